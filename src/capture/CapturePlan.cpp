@@ -1,0 +1,24 @@
+#include "capture/CapturePlan.h"
+
+namespace vistrel {
+
+using namespace Qt::StringLiterals;
+
+QString toString(OutputBlankReason reason)
+{
+    switch (reason) {
+    case OutputBlankReason::permissionMissing:
+        return u"permissionMissing"_s;
+    case OutputBlankReason::noDisplaySelected:
+        return u"noDisplaySelected"_s;
+    case OutputBlankReason::nothingSelected:
+        return u"nothingSelected"_s;
+    case OutputBlankReason::panicHidden:
+        return u"panicHidden"_s;
+    case OutputBlankReason::contentUnavailable:
+        return u"contentUnavailable"_s;
+    }
+    return {};
+}
+
+} // namespace vistrel

@@ -1,0 +1,43 @@
+#pragma once
+
+// What a capture stream records: a display and, per form, the processes and
+// windows it admits or excludes. Admission is decided per frame by process
+// and window id, so windows that appear later follow their process's rule.
+
+#include <QHashFunctions>
+#include <QList>
+
+namespace vistrel {
+
+enum class ContentFilterForm {
+    // Whole display minus the listed windows.
+    displayExcludingWindows,
+    // Whole display minus the listed processes' windows, except the listed
+    // windows, which stay visible.
+    displayExcludingApplications,
+    // Only the listed processes' windows, plus the listed windows.
+    displayIncludingApplications,
+};
+
+struct ContentFilter {
+    ContentFilterForm form = ContentFilterForm::displayExcludingWindows;
+    quint32 displayID = 0;
+    QList<qint32> processIDs;
+    QList<quint32> windowIDs;
+    // Docks, panels and the desktop's own bars.
+    bool includeMenuBar = false;
+
+    friend bool operator==(const ContentFilter&, const ContentFilter&) = default;
+};
+
+inline size_t qHash(const ContentFilter& filter, size_t seed = 0) noexcept
+{
+    QtPrivate::QHashCombine combine;
+    seed = combine(seed, static_cast<int>(filter.form));
+    seed = combine(seed, filter.displayID);
+    seed = combine(seed, filter.processIDs);
+    seed = combine(seed, filter.windowIDs);
+    return combine(seed, filter.includeMenuBar);
+}
+
+} // namespace vistrel

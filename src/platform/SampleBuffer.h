@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QImage>
+
+#include <optional>
+
+namespace vistrel {
+
+// Frame status values a stream may attach to a sample buffer.
+enum class FrameStatus : int {
+    complete = 0,
+    idle = 1,
+    blank = 2,
+    suspended = 3,
+    started = 4,
+    stopped = 5,
+};
+
+enum class SampleOutputType : int { screen = 0, audio = 1 };
+
+// One captured frame. The image is BGRA (QImage::Format_ARGB32_Premultiplied
+// on little-endian hosts) and may share its pixels with a stream's buffer
+// pool: copies are cheap, and the pool gets the buffer back when the last
+// copy goes away.
+struct SampleBuffer {
+    QImage image;
+    bool dataReady = false;
+    // The raw status attachment; absent when the stream attached none.
+    std::optional<qint64> frameStatus;
+    qint64 presentationTimeNs = 0; // monotonic clock
+
+    friend bool operator==(const SampleBuffer& a, const SampleBuffer& b)
+    {
+        return a.image == b.image && a.dataReady == b.dataReady &&
+               a.frameStatus == b.frameStatus && a.presentationTimeNs == b.presentationTimeNs;
+    }
+};
+
+} // namespace vistrel
