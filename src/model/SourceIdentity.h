@@ -11,10 +11,13 @@
 #include <QRectF>
 #include <QSizeF>
 #include <QString>
-
 #include <optional>
 
 namespace vistrel {
+
+// The full Unicode lower-case mapping of the whole string, context-dependent
+// final sigma included; nothing else is normalised (no trimming, no folding).
+QString unicodeLowercased(const QString& text);
 
 // The persistent identity of an application.
 struct AppIdentity {
@@ -60,7 +63,8 @@ struct ShareableWindow {
     // Trimmed title, or "Untitled Window" when nothing is left.
     QString displayTitle() const;
 
-    friend bool operator==(const ShareableWindow&, const ShareableWindow&) = default;
+    // Frames compare exactly (QRectF's own == is fuzzy and would not agree with qHash).
+    friend bool operator==(const ShareableWindow&, const ShareableWindow&);
 };
 size_t qHash(const ShareableWindow& window, size_t seed = 0) noexcept;
 
@@ -87,9 +91,14 @@ struct ShareableDisplay {
     // Logical width and height truncated toward zero, joined by " x ".
     QString resolutionText() const;
 
-    friend bool operator==(const ShareableDisplay&, const ShareableDisplay&) = default;
+    // Exact comparison of the geometry, consistent with qHash.
+    friend bool operator==(const ShareableDisplay&, const ShareableDisplay&);
 };
 size_t qHash(const ShareableDisplay& display, size_t seed = 0) noexcept;
+
+// Exact geometry comparisons (QRectF/QSizeF's own == are fuzzy).
+bool rectsEqual(const QRectF& a, const QRectF& b) noexcept;
+bool sizesEqual(const QSizeF& a, const QSizeF& b) noexcept;
 
 // Hash helpers shared by the value types of every layer.
 size_t qHashRect(const QRectF& rect, size_t seed) noexcept;

@@ -1,0 +1,127 @@
+#include "model/SharePreset.h"
+
+#include <QTimeZone>
+#include <QUuid>
+
+namespace vistrel {
+
+using namespace Qt::StringLiterals;
+
+QString toString(PresetCategory category)
+{
+    return category == PresetCategory::builtIn ? u"builtIn"_s : u"custom"_s;
+}
+
+QString toString(BuiltInPresetKind kind)
+{
+    return kind == BuiltInPresetKind::meeting ? u"meeting"_s : u"presentation"_s;
+}
+
+QString toString(LegacyPresetKind kind)
+{
+    switch (kind) {
+    case LegacyPresetKind::presentation:
+        return u"presentation"_s;
+    case LegacyPresetKind::coding:
+        return u"coding"_s;
+    case LegacyPresetKind::meeting:
+        return u"meeting"_s;
+    }
+    return {};
+}
+
+QDateTime distantPast()
+{
+    return QDateTime(QDate(1, 1, 1), QTime(0, 0), QTimeZone::utc());
+}
+
+QString builtInPresetTitle(BuiltInPresetKind kind)
+{
+    return kind == BuiltInPresetKind::meeting ? u"Meeting"_s : u"Presentation"_s;
+}
+
+QString builtInPresetSymbolName(BuiltInPresetKind kind)
+{
+    return kind == BuiltInPresetKind::meeting ? u"person.2.crop.square.stack"_s
+                                              : u"rectangle.on.rectangle.angled"_s;
+}
+
+bool SharePreset::hasSavedConfiguration() const
+{
+    return !(policy == VisibilityPolicy::defaultValue() && !selectedDisplayID &&
+             outputFrameMode == OutputFrameMode::screen &&
+             outputContentMode == OutputContentMode::sanitized && canvasBackground.isDefault() &&
+             lastUpdated == distantPast());
+}
+
+QString SharePreset::summaryText() const
+{
+    const RuleSet& rules = policy.activeRules();
+    const qsizetype apps = rules.applications.size();
+    const qsizetype windows = rules.windows.size();
+    const bool nothing = lastUpdated == distantPast() && !selectedDisplayID && apps == 0 &&
+                         windows == 0 && outputFrameMode == OutputFrameMode::screen &&
+                         outputContentMode == OutputContentMode::sanitized &&
+                         canvasBackground.isDefault();
+    if (nothing)
+        return u"Nothing is currently selected \u2022 Frame "_s + vistrel::title(outputFrameMode);
+    const QStringList parts{
+        vistrel::title(outputContentMode),
+        vistrel::title(policy.mode),
+        QString::number(apps) + u" apps"_s,
+        QString::number(windows) + u" windows"_s,
+        u"Frame "_s + vistrel::title(outputFrameMode),
+        u"Canvas "_s + vistrel::title(canvasBackground.mode),
+    };
+    return parts.join(u" \u2022 "_s);
+}
+
+size_t qHash(const SharePreset& p, size_t seed) noexcept
+{
+    QtPrivate::QHashCombine combine;
+    seed = combine(seed, p.id);
+    seed = combine(seed, p.title);
+    seed = combine(seed, p.symbolName);
+    seed = combine(seed, qToUnderlying(p.category));
+    seed = combine(seed, p.builtInKind.has_value());
+    seed = combine(seed, qToUnderlying(p.builtInKind.value_or(BuiltInPresetKind::presentation)));
+    seed = combine(seed, p.policy);
+    seed = combine(seed, p.selectedDisplayID.has_value());
+    seed = combine(seed, p.selectedDisplayID.value_or(0));
+    seed = combine(seed, qToUnderlying(p.outputFrameMode));
+    seed = combine(seed, qToUnderlying(p.outputContentMode));
+    seed = combine(seed, p.canvasBackground);
+    // Equal instants in different zones compare equal, so hash the instant.
+    return combine(seed, p.lastUpdated.isValid() ? p.lastUpdated.toMSecsSinceEpoch() : 0);
+}
+
+SharePreset makeBuiltInPreset(BuiltInPresetKind kind)
+{
+    SharePreset preset;
+    preset.id = toString(kind);
+    preset.title = builtInPresetTitle(kind);
+    preset.symbolName = builtInPresetSymbolName(kind);
+    preset.category = PresetCategory::builtIn;
+    preset.builtInKind = kind;
+    return preset;
+}
+
+QList<SharePreset> defaultBuiltInPresets()
+{
+    QList<SharePreset> presets;
+    for (BuiltInPresetKind kind : allBuiltInPresetKinds)
+        presets.append(makeBuiltInPreset(kind));
+    return presets;
+}
+
+SharePreset makeCustomPreset(const QString& title)
+{
+    SharePreset preset;
+    preset.id = u"custom."_s + QUuid::createUuid().toString(QUuid::WithoutBraces).toLower();
+    preset.title = title;
+    preset.symbolName = u"bookmark"_s;
+    preset.category = PresetCategory::custom;
+    return preset;
+}
+
+} // namespace vistrel
