@@ -1,0 +1,275 @@
+#include "platform/x11/X11Compositor.h"
+
+#include "platform/x11/XcbPtr.h"
+
+#include <cstring>
+#include <xcb/xfixes.h>
+
+namespace vistrel::x11 {
+
+namespace {
+
+xcb_render_fixed_t fixed(double value)
+{
+    return xcb_render_fixed_t(value * 65536.0);
+}
+
+xcb_render_color_t renderColor(const QColor& colour)
+{
+    // Render colours are premultiplied, 16 bits per channel.
+    const double a = colour.alphaF();
+    return {quint16(colour.redF() * a * 0xffff), quint16(colour.greenF() * a * 0xffff),
+            quint16(colour.blueF() * a * 0xffff), quint16(a * 0xffff)};
+}
+
+} // namespace
+
+X11Compositor::X11Compositor(xcb_connection_t* connection, const xcb_screen_t* screen,
+                             const X11RenderFormats& formats)
+    : m_c(connection), m_screen(screen), m_formats(formats)
+{
+}
+
+X11Compositor::~X11Compositor()
+{
+    releaseTargets();
+    if (m_cursorPicture)
+        xcb_render_free_picture(m_c, m_cursorPicture);
+    if (m_cursorPixmap)
+        xcb_free_pixmap(m_c, m_cursorPixmap);
+    xcb_flush(m_c);
+}
+
+void X11Compositor::releaseTargets()
+{
+    m_pool.reset();
+    for (xcb_render_picture_t* p : {&m_canvasPicture, &m_scaledPicture, &m_backgroundPicture}) {
+        if (*p)
+            xcb_render_free_picture(m_c, *p);
+        *p = 0;
+    }
+    for (xcb_pixmap_t* p : {&m_canvas, &m_scaled, &m_background}) {
+        if (*p)
+            xcb_free_pixmap(m_c, *p);
+        *p = 0;
+    }
+    if (m_backgroundGc)
+        xcb_free_gc(m_c, m_backgroundGc);
+    m_backgroundGc = 0;
+}
+
+bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X11WindowTree& tree)
+{
+    releaseTargets();
+    m_area = area;
+    m_output = output;
+    const auto w = quint16(area.width());
+    const auto h = quint16(area.height());
+
+    m_canvas = xcb_generate_id(m_c);
+    auto canvasError = XcbError(
+        xcb_request_check(m_c, xcb_create_pixmap_checked(m_c, 32, m_canvas, m_screen->root, w, h)));
+    if (canvasError) {
+        m_canvas = 0;
+        return false;
+    }
+    m_canvasPicture = xcb_generate_id(m_c);
+    xcb_render_create_picture(m_c, m_canvasPicture, m_canvas, m_formats.argb32, 0, nullptr);
+
+    if (output != area.size()) {
+        m_scaled = xcb_generate_id(m_c);
+        auto scaledError = XcbError(xcb_request_check(
+            m_c, xcb_create_pixmap_checked(m_c, 32, m_scaled, m_screen->root,
+                                           quint16(output.width()), quint16(output.height()))));
+        if (scaledError) {
+            m_scaled = 0;
+            return false;
+        }
+        m_scaledPicture = xcb_generate_id(m_c);
+        xcb_render_create_picture(m_c, m_scaledPicture, m_scaled, m_formats.argb32, 0, nullptr);
+        // Output pixel (u, v) samples canvas point (u * sx, v * sy).
+        const double sx = double(area.width()) / output.width();
+        const double sy = double(area.height()) / output.height();
+        const xcb_render_transform_t transform{fixed(sx), 0, 0, 0, fixed(sy), 0, 0, 0, fixed(1)};
+        xcb_render_set_picture_transform(m_c, m_canvasPicture, transform);
+        static const char bilinear[] = "bilinear";
+        xcb_render_set_picture_filter(m_c, m_canvasPicture, sizeof(bilinear) - 1, bilinear, 0,
+                                      nullptr);
+    }
+
+    m_background = xcb_generate_id(m_c);
+    xcb_create_pixmap(m_c, m_screen->root_depth, m_background, m_screen->root, w, h);
+    const xcb_render_pictformat_t rootFormat = m_formats.forVisual(m_screen->root_visual);
+    m_backgroundPicture = xcb_generate_id(m_c);
+    xcb_render_create_picture(m_c, m_backgroundPicture, m_background,
+                              rootFormat ? rootFormat : m_formats.rgb24, 0, nullptr);
+    m_backgroundGc = xcb_generate_id(m_c);
+    quint32 pixel = m_screen->black_pixel;
+    sampleBackgroundColour(tree, &pixel);
+    const quint32 gcValues[] = {pixel, 0, XCB_SUBWINDOW_MODE_CLIP_BY_CHILDREN};
+    xcb_create_gc(m_c, m_backgroundGc, m_background,
+                  XCB_GC_FOREGROUND | XCB_GC_GRAPHICS_EXPOSURES | XCB_GC_SUBWINDOW_MODE, gcValues);
+    // Until the desktop shows somewhere, a window-covered part of it is
+    // assumed to have the colour of its visible part.
+    const xcb_rectangle_t all{0, 0, w, h};
+    xcb_poly_fill_rectangle(m_c, m_background, m_backgroundGc, 1, &all);
+
+    m_pool = std::make_unique<X11ShmImagePool>(m_c, output, queueDepth);
+    return m_pool->isValid();
+}
+
+bool X11Compositor::sampleBackgroundColour(X11WindowTree& tree, quint32* pixel)
+{
+    // Find a point of the area that no viewable window covers and read it.
+    QRegion covered;
+    for (xcb_window_t id : tree.stacking()) {
+        const TopLevel* w = tree.find(id);
+        if (w && w->mapped && !w->inputOnly)
+            covered += w->outer;
+    }
+    const QRegion free = QRegion(m_area) - covered;
+    if (free.isEmpty())
+        return false;
+    const QPoint at = free.begin()->topLeft();
+    auto [image, error] = xcbReply(xcb_get_image_reply, m_c,
+                                   xcb_get_image(m_c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_screen->root,
+                                                 qint16(at.x()), qint16(at.y()), 1, 1, ~0u));
+    if (!image || xcb_get_image_data_length(image.get()) < 4)
+        return false;
+    std::memcpy(pixel, xcb_get_image_data(image.get()), 4);
+    return true;
+}
+
+bool X11Compositor::contributes(const ContentFilter& filter, const TopLevel& w) const
+{
+    return w.mapped && !w.inputOnly && w.factsResolved && w.outer.intersects(m_area) &&
+           admits(filter, w.facts);
+}
+
+void X11Compositor::drawBackground(X11WindowTree&)
+{
+    // Only the root's own visible pixels are copied (the GC clips by
+    // children); what windows cover keeps its last known pixels.
+    xcb_copy_area(m_c, m_screen->root, m_background, m_backgroundGc, qint16(m_area.x()),
+                  qint16(m_area.y()), 0, 0, quint16(m_area.width()), quint16(m_area.height()));
+    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_SRC, m_backgroundPicture, XCB_NONE,
+                         m_canvasPicture, 0, 0, 0, 0, 0, 0, quint16(m_area.width()),
+                         quint16(m_area.height()));
+}
+
+void X11Compositor::loadCursor()
+{
+    m_cursorStale = false;
+    auto [cursor, error] =
+        xcbReply(xcb_xfixes_get_cursor_image_reply, m_c, xcb_xfixes_get_cursor_image(m_c));
+    if (!cursor || cursor->width == 0 || cursor->height == 0)
+        return;
+    if (m_cursorPicture)
+        xcb_render_free_picture(m_c, m_cursorPicture);
+    if (m_cursorPixmap)
+        xcb_free_pixmap(m_c, m_cursorPixmap);
+    m_cursorSize = QSize(cursor->width, cursor->height);
+    m_cursorHotspot = QPoint(cursor->xhot, cursor->yhot);
+    m_cursorPosition = QPoint(cursor->x, cursor->y);
+    m_cursorPixmap = xcb_generate_id(m_c);
+    xcb_create_pixmap(m_c, 32, m_cursorPixmap, m_screen->root, cursor->width, cursor->height);
+    xcb_gcontext_t gc = xcb_generate_id(m_c);
+    xcb_create_gc(m_c, gc, m_cursorPixmap, 0, nullptr);
+    // Premultiplied ARGB, one 32-bit word per pixel, as the picture expects.
+    const quint32* pixels = xcb_xfixes_get_cursor_image_cursor_image(cursor.get());
+    xcb_put_image(m_c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_cursorPixmap, gc, cursor->width, cursor->height,
+                  0, 0, 0, 32, quint32(cursor->width * cursor->height * 4),
+                  reinterpret_cast<const quint8*>(pixels));
+    xcb_free_gc(m_c, gc);
+    m_cursorPicture = xcb_generate_id(m_c);
+    xcb_render_create_picture(m_c, m_cursorPicture, m_cursorPixmap, m_formats.argb32, 0, nullptr);
+}
+
+bool X11Compositor::pollCursor()
+{
+    auto [pointer, error] =
+        xcbReply(xcb_query_pointer_reply, m_c, xcb_query_pointer(m_c, m_screen->root));
+    if (!pointer)
+        return false;
+    const QPoint now(pointer->root_x, pointer->root_y);
+    if (now == m_cursorPosition && !m_cursorStale)
+        return false;
+    const QRect before(m_cursorPosition - m_cursorHotspot, m_cursorSize);
+    const QRect after(now - m_cursorHotspot, m_cursorSize);
+    m_cursorPosition = now;
+    return m_cursorStale || before.intersects(m_area) || after.intersects(m_area);
+}
+
+void X11Compositor::drawCursor()
+{
+    if (m_cursorStale)
+        loadCursor();
+    if (!m_cursorPicture)
+        return;
+    const QPoint at = m_cursorPosition - m_cursorHotspot - m_area.topLeft();
+    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_OVER, m_cursorPicture, XCB_NONE, m_canvasPicture,
+                         0, 0, 0, 0, qint16(at.x()), qint16(at.y()), quint16(m_cursorSize.width()),
+                         quint16(m_cursorSize.height()));
+}
+
+X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const ContentFilter& filter,
+                                            const QColor& fill, bool showCursor, QImage* image)
+{
+    if (!m_pool || !m_pool->isValid())
+        return Status::failed;
+    X11ShmImagePool::Buffer* buffer = m_pool->acquire();
+    if (!buffer)
+        return Status::busy;
+
+    const auto areaW = quint16(m_area.width());
+    const auto areaH = quint16(m_area.height());
+    if (drawsDesktopBackground(filter)) {
+        drawBackground(tree);
+    } else {
+        const xcb_rectangle_t all{0, 0, areaW, areaH};
+        xcb_render_fill_rectangles(m_c, XCB_RENDER_PICT_OP_SRC, m_canvasPicture, renderColor(fill),
+                                   1, &all);
+    }
+
+    for (xcb_window_t id : tree.stacking()) {
+        TopLevel* w = tree.find(id);
+        if (!w || !contributes(filter, *w))
+            continue;
+        tree.takeDamage(*w);
+        if (!tree.prepare(*w))
+            continue;
+        // Draw only what the window painted, inside its shape.
+        const QPoint origin = w->outer.topLeft() - m_area.topLeft();
+        xcb_xfixes_set_picture_clip_region(m_c, m_canvasPicture, w->clip,
+                                           qint16(origin.x() + w->border),
+                                           qint16(origin.y() + w->border));
+        xcb_render_composite(
+            m_c, w->pictureHasAlpha ? XCB_RENDER_PICT_OP_OVER : XCB_RENDER_PICT_OP_SRC, w->picture,
+            XCB_NONE, m_canvasPicture, 0, 0, 0, 0, qint16(origin.x()), qint16(origin.y()),
+            quint16(w->outer.width()), quint16(w->outer.height()));
+    }
+    xcb_xfixes_set_picture_clip_region(m_c, m_canvasPicture, XCB_NONE, 0, 0);
+
+    if (showCursor)
+        drawCursor();
+
+    xcb_drawable_t source = m_canvas;
+    if (m_scaledPicture) {
+        xcb_render_composite(m_c, XCB_RENDER_PICT_OP_SRC, m_canvasPicture, XCB_NONE,
+                             m_scaledPicture, 0, 0, 0, 0, 0, 0, quint16(m_output.width()),
+                             quint16(m_output.height()));
+        source = m_scaled;
+    }
+    auto [reply, error] = xcbReply(
+        xcb_shm_get_image_reply, m_c,
+        xcb_shm_get_image(m_c, source, 0, 0, quint16(m_output.width()), quint16(m_output.height()),
+                          ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, m_pool->segment(buffer), 0));
+    if (!reply) {
+        m_pool->release(buffer);
+        return Status::failed;
+    }
+    *image = m_pool->wrap(buffer);
+    return Status::frame;
+}
+
+} // namespace vistrel::x11

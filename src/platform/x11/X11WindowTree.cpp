@@ -1,0 +1,474 @@
+#include "platform/x11/X11WindowTree.h"
+
+#include "platform/x11/XcbPtr.h"
+
+#include <cstring>
+#include <xcb/composite.h>
+#include <xcb/res.h>
+#include <xcb/shape.h>
+
+namespace vistrel::x11 {
+
+namespace {
+
+constexpr int maxClientSearchDepth = 3;
+
+} // namespace
+
+X11WindowTree::X11WindowTree(xcb_connection_t* connection, xcb_window_t root,
+                             const X11Extensions& extensions, const X11RenderFormats& formats)
+    : m_c(connection), m_root(root), m_ext(extensions), m_formats(formats)
+{
+    m_clientMask = xcb_get_setup(m_c)->resource_id_mask;
+}
+
+X11WindowTree::~X11WindowTree()
+{
+    for (TopLevel& w : m_windows) {
+        releasePixmap(w);
+        if (w.damage)
+            xcb_damage_destroy(m_c, w.damage);
+        for (xcb_xfixes_region_t r : {w.valid, w.shape, w.clip})
+            if (r)
+                xcb_xfixes_destroy_region(m_c, r);
+    }
+    if (m_parts)
+        xcb_xfixes_destroy_region(m_c, m_parts);
+    xcb_composite_unredirect_subwindows(m_c, m_root, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+    xcb_flush(m_c);
+}
+
+xcb_atom_t X11WindowTree::intern(const char* name)
+{
+    auto [reply, error] = xcbReply(xcb_intern_atom_reply, m_c,
+                                   xcb_intern_atom(m_c, 0, quint16(std::strlen(name)), name));
+    return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
+}
+
+bool X11WindowTree::initialize()
+{
+    m_wmState = intern("WM_STATE");
+    m_netWmPid = intern("_NET_WM_PID");
+    m_windowType = intern("_NET_WM_WINDOW_TYPE");
+    m_typeDock = intern("_NET_WM_WINDOW_TYPE_DOCK");
+    m_typeDesktop = intern("_NET_WM_WINDOW_TYPE_DESKTOP");
+
+    m_parts = xcb_generate_id(m_c);
+    xcb_xfixes_create_region(m_c, m_parts, 0, nullptr);
+
+    // Events first, so that nothing between the tree query and the
+    // selection goes unseen.
+    const quint32 rootEvents = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY |
+                               XCB_EVENT_MASK_STRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
+    xcb_change_window_attributes(m_c, m_root, XCB_CW_EVENT_MASK, &rootEvents);
+    auto redirect =
+        XcbError(xcb_request_check(m_c, xcb_composite_redirect_subwindows_checked(
+                                            m_c, m_root, XCB_COMPOSITE_REDIRECT_AUTOMATIC)));
+    if (redirect)
+        return false;
+
+    auto [tree, error] = xcbReply(xcb_query_tree_reply, m_c, xcb_query_tree(m_c, m_root));
+    if (!tree)
+        return false;
+    const xcb_window_t* children = xcb_query_tree_children(tree.get());
+    const int count = xcb_query_tree_children_length(tree.get());
+    for (int i = 0; i < count; ++i) {
+        auto [geometry, gError] =
+            xcbReply(xcb_get_geometry_reply, m_c, xcb_get_geometry(m_c, children[i]));
+        if (!geometry)
+            continue; // vanished meanwhile
+        TopLevel* w =
+            add(children[i],
+                QRect(geometry->x, geometry->y, geometry->width + 2 * geometry->border_width,
+                      geometry->height + 2 * geometry->border_width),
+                geometry->border_width, false);
+        readAttributes(*w);
+        if (w->mapped) {
+            resolveFacts(*w);
+            // Already on screen: its pixels have been painted.
+            setFull(*w);
+        }
+    }
+    return true;
+}
+
+TopLevel* X11WindowTree::find(xcb_window_t id)
+{
+    auto it = m_windows.find(id);
+    return it == m_windows.end() ? nullptr : &*it;
+}
+
+TopLevel* X11WindowTree::add(xcb_window_t id, const QRect& outer, int border, bool overrideRedirect)
+{
+    remove(id);
+    TopLevel w;
+    w.id = id;
+    w.outer = outer;
+    w.border = border;
+    w.overrideRedirect = overrideRedirect;
+    w.damage = xcb_generate_id(m_c);
+    xcb_damage_create(m_c, w.damage, id, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
+    w.valid = xcb_generate_id(m_c);
+    xcb_xfixes_create_region(m_c, w.valid, 0, nullptr);
+    w.clip = xcb_generate_id(m_c);
+    xcb_xfixes_create_region(m_c, w.clip, 0, nullptr);
+    xcb_shape_select_input(m_c, id, 1);
+    // Reparenting into a frame changes who owns what the frame shows.
+    const quint32 events = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+    xcb_change_window_attributes(m_c, id, XCB_CW_EVENT_MASK, &events);
+    m_stacking.append(id);
+    return &*m_windows.insert(id, w);
+}
+
+void X11WindowTree::remove(xcb_window_t id)
+{
+    auto it = m_windows.find(id);
+    if (it == m_windows.end())
+        return;
+    releasePixmap(*it);
+    // The damage object dies with the window; destroying it twice is a
+    // harmless error, leaking it for a window reparented away is not.
+    xcb_damage_destroy(m_c, it->damage);
+    for (xcb_xfixes_region_t r : {it->valid, it->shape, it->clip})
+        if (r)
+            xcb_xfixes_destroy_region(m_c, r);
+    m_windows.erase(it);
+    m_stacking.removeOne(id);
+}
+
+void X11WindowTree::restack(xcb_window_t id, xcb_window_t above)
+{
+    if (!m_stacking.removeOne(id))
+        return;
+    if (above == XCB_WINDOW_NONE) {
+        m_stacking.prepend(id);
+        return;
+    }
+    const qsizetype index = m_stacking.indexOf(above);
+    if (index < 0)
+        m_stacking.append(id);
+    else
+        m_stacking.insert(index + 1, id);
+}
+
+void X11WindowTree::releasePixmap(TopLevel& w)
+{
+    if (w.picture)
+        xcb_render_free_picture(m_c, w.picture);
+    if (w.pixmap)
+        xcb_free_pixmap(m_c, w.pixmap);
+    w.picture = 0;
+    w.pixmap = 0;
+    w.pixmapStale = true;
+}
+
+void X11WindowTree::setFull(TopLevel& w)
+{
+    const xcb_rectangle_t all{qint16(-w.border), qint16(-w.border), quint16(w.outer.width()),
+                              quint16(w.outer.height())};
+    xcb_xfixes_set_region(m_c, w.valid, 1, &all);
+    w.clipStale = true;
+}
+
+void X11WindowTree::readAttributes(TopLevel& w)
+{
+    auto [attributes, error] =
+        xcbReply(xcb_get_window_attributes_reply, m_c, xcb_get_window_attributes(m_c, w.id));
+    if (!attributes) {
+        w.mapped = false;
+        return;
+    }
+    w.mapped = attributes->map_state == XCB_MAP_STATE_VIEWABLE;
+    w.overrideRedirect = attributes->override_redirect;
+    w.inputOnly = attributes->_class == XCB_WINDOW_CLASS_INPUT_ONLY;
+    w.visual = attributes->visual;
+}
+
+xcb_window_t X11WindowTree::findClient(xcb_window_t frame)
+{
+    // The client is the first window below the frame that another X client
+    // created (the frame's own decorations share its creator's id base).
+    // Breadth first, preferring one that carries WM_STATE.
+    const quint32 frameBase = frame & ~m_clientMask;
+    QList<xcb_window_t> level{frame};
+    xcb_window_t foreign = XCB_WINDOW_NONE;
+    for (int depth = 0; depth < maxClientSearchDepth && !level.isEmpty(); ++depth) {
+        QList<xcb_window_t> next;
+        for (xcb_window_t parent : level) {
+            auto [tree, error] = xcbReply(xcb_query_tree_reply, m_c, xcb_query_tree(m_c, parent));
+            if (!tree)
+                continue;
+            const xcb_window_t* children = xcb_query_tree_children(tree.get());
+            for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i) {
+                const xcb_window_t child = children[i];
+                if ((child & ~m_clientMask) != frameBase) {
+                    auto [state, sError] =
+                        xcbReply(xcb_get_property_reply, m_c,
+                                 xcb_get_property(m_c, 0, child, m_wmState, XCB_ATOM_ANY, 0, 0));
+                    if (state && state->type != XCB_ATOM_NONE)
+                        return child;
+                    if (!foreign)
+                        foreign = child;
+                }
+                next.append(child);
+            }
+        }
+        level = next;
+    }
+    return foreign ? foreign : frame;
+}
+
+std::optional<qint32> X11WindowTree::ownerPid(xcb_window_t window)
+{
+    if (m_ext.hasResource) {
+        xcb_res_client_id_spec_t spec{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
+        auto [reply, error] =
+            xcbReply(xcb_res_query_client_ids_reply, m_c, xcb_res_query_client_ids(m_c, 1, &spec));
+        if (reply) {
+            auto ids = xcb_res_query_client_ids_ids_iterator(reply.get());
+            for (; ids.rem; xcb_res_client_id_value_next(&ids)) {
+                if ((ids.data->spec.mask & XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID) &&
+                    xcb_res_client_id_value_value_length(ids.data) >= 1)
+                    return qint32(*xcb_res_client_id_value_value(ids.data));
+            }
+        }
+    }
+    auto [pid, error] =
+        xcbReply(xcb_get_property_reply, m_c,
+                 xcb_get_property(m_c, 0, window, m_netWmPid, XCB_ATOM_CARDINAL, 0, 1));
+    if (pid && pid->format == 32 && xcb_get_property_value_length(pid.get()) >= 4)
+        return *static_cast<const qint32*>(xcb_get_property_value(pid.get()));
+    return std::nullopt;
+}
+
+WindowKind X11WindowTree::kindOf(xcb_window_t client)
+{
+    auto [type, error] =
+        xcbReply(xcb_get_property_reply, m_c,
+                 xcb_get_property(m_c, 0, client, m_windowType, XCB_ATOM_ATOM, 0, 16));
+    if (!type || type->format != 32)
+        return WindowKind::normal;
+    const auto* atoms = static_cast<const xcb_atom_t*>(xcb_get_property_value(type.get()));
+    const int count = xcb_get_property_value_length(type.get()) / 4;
+    for (int i = 0; i < count; ++i) {
+        if (atoms[i] == m_typeDock)
+            return WindowKind::dock;
+        if (atoms[i] == m_typeDesktop)
+            return WindowKind::desktop;
+    }
+    return WindowKind::normal;
+}
+
+void X11WindowTree::resolveFacts(TopLevel& w)
+{
+    const xcb_window_t client = w.overrideRedirect ? w.id : findClient(w.id);
+    w.facts.clientWindow = client;
+    w.facts.ownerPid = ownerPid(client);
+    w.facts.kind = kindOf(client);
+    w.factsResolved = true;
+}
+
+void X11WindowTree::takeDamage(TopLevel& w)
+{
+    if (!w.damaged)
+        return;
+    w.damaged = false;
+    xcb_damage_subtract(m_c, w.damage, XCB_NONE, m_parts);
+    xcb_xfixes_union_region(m_c, w.valid, m_parts, w.valid);
+    w.clipStale = true;
+}
+
+bool X11WindowTree::prepare(TopLevel& w)
+{
+    if (!w.mapped || w.inputOnly || !w.factsResolved)
+        return false;
+    if (w.pixmapStale) {
+        releasePixmap(w);
+        const xcb_render_pictformat_t format = m_formats.forVisual(w.visual);
+        if (!format)
+            return false;
+        w.pixmap = xcb_generate_id(m_c);
+        auto named = XcbError(
+            xcb_request_check(m_c, xcb_composite_name_window_pixmap_checked(m_c, w.id, w.pixmap)));
+        if (named) {
+            w.pixmap = 0; // unmapped meanwhile; its unmap event is on its way
+            return false;
+        }
+        w.picture = xcb_generate_id(m_c);
+        const quint32 values[] = {XCB_SUBWINDOW_MODE_INCLUDE_INFERIORS};
+        xcb_render_create_picture(m_c, w.picture, w.pixmap, format, XCB_RENDER_CP_SUBWINDOW_MODE,
+                                  values);
+        w.pictureHasAlpha = m_formats.hasAlpha.value(format, false);
+        w.pixmapStale = false;
+    }
+    if (w.shapeStale) {
+        if (w.shape)
+            xcb_xfixes_destroy_region(m_c, w.shape);
+        w.shape = xcb_generate_id(m_c);
+        xcb_xfixes_create_region_from_window(m_c, w.shape, w.id, XCB_SHAPE_SK_BOUNDING);
+        w.shapeStale = false;
+        w.clipStale = true;
+    }
+    if (w.clipStale) {
+        xcb_xfixes_intersect_region(m_c, w.valid, w.shape, w.clip);
+        w.clipStale = false;
+    }
+    return true;
+}
+
+X11WindowTree::Change X11WindowTree::handleEvent(const xcb_generic_event_t* event,
+                                                 xcb_window_t* window)
+{
+    *window = XCB_WINDOW_NONE;
+    const quint8 type = event->response_type & 0x7f;
+    if (type == m_ext.damageFirstEvent + XCB_DAMAGE_NOTIFY) {
+        const auto* e = reinterpret_cast<const xcb_damage_notify_event_t*>(event);
+        if (TopLevel* w = find(e->drawable)) {
+            w->damaged = true;
+            *window = w->id;
+            return Change::content;
+        }
+        return Change::none;
+    }
+    if (type == m_ext.shapeFirstEvent + XCB_SHAPE_NOTIFY) {
+        const auto* e = reinterpret_cast<const xcb_shape_notify_event_t*>(event);
+        if (TopLevel* w = find(e->affected_window)) {
+            w->shapeStale = true;
+            *window = w->id;
+            return Change::structure;
+        }
+        return Change::none;
+    }
+    switch (type) {
+    case XCB_CREATE_NOTIFY: {
+        const auto* e = reinterpret_cast<const xcb_create_notify_event_t*>(event);
+        if (e->parent != m_root)
+            return Change::none;
+        TopLevel* w =
+            add(e->window,
+                QRect(e->x, e->y, e->width + 2 * e->border_width, e->height + 2 * e->border_width),
+                e->border_width, e->override_redirect);
+        readAttributes(*w);
+        w->mapped = false; // a map event follows if it is mapped already
+        *window = e->window;
+        return Change::none;
+    }
+    case XCB_DESTROY_NOTIFY: {
+        const auto* e = reinterpret_cast<const xcb_destroy_notify_event_t*>(event);
+        if (e->event != m_root) {
+            // Something inside a frame went away: re-read who owns it.
+            if (TopLevel* w = find(e->event); w && w->mapped)
+                resolveFacts(*w);
+            *window = e->event;
+            return Change::structure;
+        }
+        const bool wasMapped = find(e->window) && find(e->window)->mapped;
+        remove(e->window);
+        *window = e->window;
+        return wasMapped ? Change::structure : Change::none;
+    }
+    case XCB_MAP_NOTIFY: {
+        const auto* e = reinterpret_cast<const xcb_map_notify_event_t*>(event);
+        TopLevel* w = find(e->event == m_root ? e->window : e->event);
+        if (!w)
+            return Change::none;
+        if (e->event == m_root) {
+            w->mapped = true;
+            w->overrideRedirect = e->override_redirect;
+            // The server hands out a new pixmap on map, which may hold what lay
+            // under the window until its owner paints.
+            releasePixmap(*w);
+            xcb_xfixes_set_region(m_c, w->valid, 0, nullptr);
+            w->clipStale = true;
+            w->shapeStale = true;
+        }
+        // Owner first, before this window can reach any frame.
+        resolveFacts(*w);
+        *window = w->id;
+        return Change::structure;
+    }
+    case XCB_UNMAP_NOTIFY: {
+        const auto* e = reinterpret_cast<const xcb_unmap_notify_event_t*>(event);
+        if (e->event != m_root)
+            return Change::none;
+        TopLevel* w = find(e->window);
+        if (!w)
+            return Change::none;
+        w->mapped = false;
+        releasePixmap(*w);
+        *window = w->id;
+        return Change::structure;
+    }
+    case XCB_REPARENT_NOTIFY: {
+        const auto* e = reinterpret_cast<const xcb_reparent_notify_event_t*>(event);
+        if (e->event != m_root) {
+            if (TopLevel* w = find(e->event); w && w->mapped)
+                resolveFacts(*w);
+            *window = e->event;
+            return Change::structure;
+        }
+        if (e->parent == m_root) {
+            auto [geometry, error] =
+                xcbReply(xcb_get_geometry_reply, m_c, xcb_get_geometry(m_c, e->window));
+            if (!geometry)
+                return Change::none;
+            TopLevel* w =
+                add(e->window,
+                    QRect(geometry->x, geometry->y, geometry->width + 2 * geometry->border_width,
+                          geometry->height + 2 * geometry->border_width),
+                    geometry->border_width, e->override_redirect);
+            readAttributes(*w);
+            if (w->mapped)
+                resolveFacts(*w);
+            *window = e->window;
+            return Change::structure;
+        }
+        const bool wasMapped = find(e->window) && find(e->window)->mapped;
+        remove(e->window);
+        *window = e->window;
+        return wasMapped ? Change::structure : Change::none;
+    }
+    case XCB_CONFIGURE_NOTIFY: {
+        const auto* e = reinterpret_cast<const xcb_configure_notify_event_t*>(event);
+        if (e->event != m_root || e->window == m_root)
+            return e->window == m_root ? Change::structure : Change::none;
+        TopLevel* w = find(e->window);
+        if (!w)
+            return Change::none;
+        const QRect outer(e->x, e->y, e->width + 2 * e->border_width,
+                          e->height + 2 * e->border_width);
+        if (outer.size() != w->outer.size() || e->border_width != w->border) {
+            // A new pixmap: keep only the painted part that still fits;
+            // the server copied it over, the rest is not painted yet.
+            releasePixmap(*w);
+            const xcb_rectangle_t bounds{qint16(-e->border_width), qint16(-e->border_width),
+                                         quint16(outer.width()), quint16(outer.height())};
+            xcb_xfixes_set_region(m_c, m_parts, 1, &bounds);
+            xcb_xfixes_intersect_region(m_c, w->valid, m_parts, w->valid);
+            w->shapeStale = true;
+            w->clipStale = true;
+        }
+        w->outer = outer;
+        w->border = e->border_width;
+        w->overrideRedirect = e->override_redirect;
+        restack(w->id, e->above_sibling);
+        *window = w->id;
+        return w->mapped ? Change::structure : Change::none;
+    }
+    case XCB_CIRCULATE_NOTIFY: {
+        const auto* e = reinterpret_cast<const xcb_circulate_notify_event_t*>(event);
+        if (e->event != m_root || !m_stacking.removeOne(e->window))
+            return Change::none;
+        if (e->place == XCB_PLACE_ON_TOP)
+            m_stacking.append(e->window);
+        else
+            m_stacking.prepend(e->window);
+        *window = e->window;
+        return Change::structure;
+    }
+    default:
+        return Change::none;
+    }
+}
+
+} // namespace vistrel::x11

@@ -1,0 +1,109 @@
+#pragma once
+
+// The root's children as the compositor sees them: stacking order, geometry,
+// map state, the owner of each (client window, process, kind) and the
+// server-side resources it composites from (named pixmap, picture, damage and
+// the region of pixels known to be painted).
+//
+// Worker thread only. Coordinates are root coordinates (y-down, pixels);
+// regions are window-relative (origin inside the border), like Damage and
+// Shape report them.
+
+#include "platform/x11/X11Admission.h"
+#include "platform/x11/X11Extensions.h"
+#include "platform/x11/X11RenderFormats.h"
+
+#include <QHash>
+#include <QList>
+#include <QRect>
+#include <xcb/damage.h>
+#include <xcb/xcb.h>
+#include <xcb/xfixes.h>
+
+namespace vistrel::x11 {
+
+struct TopLevel {
+    xcb_window_t id = 0;
+    QRect outer; // including the border
+    int border = 0;
+    bool mapped = false;
+    bool overrideRedirect = false;
+    bool inputOnly = false;
+    xcb_visualid_t visual = 0;
+
+    // Resolved whenever the window or its content changes owner (map,
+    // reparent inside it); compositing waits for it.
+    bool factsResolved = false;
+    AdmissionFacts facts;
+
+    xcb_damage_damage_t damage = 0;
+    xcb_pixmap_t pixmap = 0;
+    xcb_render_picture_t picture = 0;
+    bool pictureHasAlpha = false;
+    // Painted pixels of the current pixmap: a fresh pixmap (map, resize)
+    // may hold what lay under the window, so only damaged pixels count.
+    xcb_xfixes_region_t valid = 0;
+    xcb_xfixes_region_t shape = 0; // bounding shape
+    xcb_xfixes_region_t clip = 0;  // valid ∩ shape
+    bool pixmapStale = true;
+    bool shapeStale = true;
+    bool clipStale = true;
+    bool damaged = false;
+};
+
+class X11WindowTree {
+public:
+    enum class Change { none, content, structure };
+
+    X11WindowTree(xcb_connection_t* connection, xcb_window_t root, const X11Extensions& extensions,
+                  const X11RenderFormats& formats);
+    ~X11WindowTree();
+    X11WindowTree(const X11WindowTree&) = delete;
+    X11WindowTree& operator=(const X11WindowTree&) = delete;
+
+    // Redirects the root's children and reads the current tree. False when
+    // the redirection failed.
+    bool initialize();
+
+    // Returns what the event changed; `window` is the top-level concerned
+    // (0 for none or the root).
+    Change handleEvent(const xcb_generic_event_t* event, xcb_window_t* window);
+
+    const QList<xcb_window_t>& stacking() const { return m_stacking; } // bottom to top
+    TopLevel* find(xcb_window_t id);
+
+    // Moves pending damage into the window's painted region.
+    void takeDamage(TopLevel& window);
+    // Makes the picture and clip current; false when the window cannot be
+    // drawn this frame (not viewable, vanished).
+    bool prepare(TopLevel& window);
+
+private:
+    TopLevel* add(xcb_window_t id, const QRect& outer, int border, bool overrideRedirect);
+    void remove(xcb_window_t id);
+    void restack(xcb_window_t id, xcb_window_t above);
+    void releasePixmap(TopLevel& window);
+    void resolveFacts(TopLevel& window);
+    void readAttributes(TopLevel& window);
+    xcb_window_t findClient(xcb_window_t frame);
+    std::optional<qint32> ownerPid(xcb_window_t window);
+    WindowKind kindOf(xcb_window_t client);
+    xcb_atom_t intern(const char* name);
+    void setFull(TopLevel& window);
+
+    xcb_connection_t* m_c;
+    xcb_window_t m_root;
+    X11Extensions m_ext;
+    const X11RenderFormats& m_formats;
+    quint32 m_clientMask = 0;
+    xcb_xfixes_region_t m_parts = 0;
+    xcb_atom_t m_wmState = 0;
+    xcb_atom_t m_netWmPid = 0;
+    xcb_atom_t m_windowType = 0;
+    xcb_atom_t m_typeDock = 0;
+    xcb_atom_t m_typeDesktop = 0;
+    QHash<xcb_window_t, TopLevel> m_windows;
+    QList<xcb_window_t> m_stacking;
+};
+
+} // namespace vistrel::x11
