@@ -9,6 +9,8 @@ packages=(
   # Qt 6
   qt6-base-dev qt6-base-dev-tools qt6-multimedia-dev qt6-svg-dev libqt6svg6-dev
   qt6-qpa-plugins libgl-dev libxkbcommon-dev
+  # cameras through Qt Multimedia's GStreamer backend (v4l2src)
+  gstreamer1.0-plugins-good
   # XCB for the capture backend
   libxcb1-dev libxcb-composite0-dev libxcb-damage0-dev libxcb-xfixes0-dev
   libxcb-render0-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-res0-dev
