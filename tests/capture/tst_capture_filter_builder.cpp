@@ -1,4 +1,5 @@
 #include "capture/CaptureFilterBuilder.h"
+#include "platform/sim/SimComposer.h"
 #include "platform/sim/SimScreenProvider.h"
 
 #include <QTest>
@@ -92,6 +93,31 @@ ShareableDisplay displayOf(QRectF frame, QSizeF pixels = {})
 {
     return ShareableDisplay{7, u"D"_s, frame, frame.size(),
                             pixels.isEmpty() ? frame.size() : pixels};
+}
+
+// Display 1 at (1000, 0), 400 x 300; no two windows overlap.
+SimScene pictureScene()
+{
+    SimScene s;
+    SimDisplay display = makeSimDisplay(1, QRectF(1000, 0, 400, 300), u"Main"_s);
+    display.desktopColor = QColor(0x20, 0x40, 0x60);
+    s.displays = {display};
+    s.applications = {{selfPid, u"org.vistrel"_s, u"Vistrel"_s},
+                      {7, u"org.editor"_s, u"Editor"_s},
+                      {8, std::nullopt, u"Mail"_s},
+                      {9, u"org.browser"_s, u"Browser"_s},
+                      {30, std::nullopt, u"Panel"_s}};
+    SimWindow dock = makeSimWindow(90, 30, QRectF(1000, 280, 400, 20), Qt::yellow, u"panel"_s);
+    dock.windowLayer = 20;
+    s.windows = {
+        makeSimWindow(11, 7, QRectF(1020, 40, 80, 60), Qt::red, u"Draft"_s),
+        makeSimWindow(12, 7, QRectF(1120, 40, 80, 60), Qt::darkRed, u"Notes"_s),
+        makeSimWindow(21, 8, QRectF(1220, 40, 80, 60), Qt::green, u"Inbox"_s),
+        makeSimWindow(31, 9, QRectF(1020, 160, 80, 60), Qt::blue, u"Docs"_s),
+        makeSimWindow(1, selfPid, QRectF(1300, 160, 80, 60), Qt::gray, u"Vistrel"_s),
+        dock,
+    };
+    return s;
 }
 
 } // namespace
@@ -421,6 +447,73 @@ private Q_SLOTS:
         SimScreenProvider provider(screens);
         const CaptureFilterBuilder local(provider);
         QCOMPARE(local.usableDisplayRect(displayOf(QRectF(1440, 100, 1000, 800))), expected);
+    }
+
+    void frameShowsWhatThePlanShares_data()
+    {
+        QTest::addColumn<VisibilityPolicy>("policy");
+        QTest::addColumn<OutputContentMode>("contentMode");
+        QTest::addColumn<QList<quint32>>("shown");
+
+        VisibilityPolicy allow;
+        allow.mode = VisibilityMode::allowList;
+        allow.allowList.applications = {editorId};
+        allow.allowList.windows = {WindowIdentity(mailId, u"Inbox"_s, 21u)};
+        QTest::newRow("allow an app and a window")
+            << allow << OutputContentMode::sanitized << QList<quint32>{11, 12, 21};
+
+        VisibilityPolicy block;
+        block.mode = VisibilityMode::blockList;
+        block.blockList.applications = {mailId};
+        block.blockList.windows = {WindowIdentity(editorId, u"Notes"_s, 12u)};
+        QTest::newRow("block an app and a window")
+            << block << OutputContentMode::sanitized << QList<quint32>{11, 31, 90};
+
+        // A window rule left over next to its application's rule: still hidden.
+        VisibilityPolicy both = block;
+        both.blockList.applications.insert(editorId);
+        QTest::newRow("block a window of a blocked app")
+            << both << OutputContentMode::sanitized << QList<quint32>{31, 90};
+
+        QTest::newRow("full desktop without us")
+            << allow << OutputContentMode::fullDesktop << QList<quint32>{11, 12, 21, 31, 90};
+    }
+
+    // From scene to frame: the scripted stream, given the plan, shows exactly
+    // the windows the plan shares.
+    void frameShowsWhatThePlanShares()
+    {
+        QFETCH(VisibilityPolicy, policy);
+        QFETCH(OutputContentMode, contentMode);
+        QFETCH(QList<quint32>, shown);
+
+        const SimScene s = pictureScene();
+        const SimScreenProvider screens = SimScreenProvider::fromScene(s);
+        const ShareableCatalog catalog = ShareableCatalog::fromContent(
+            s.toContent(), selfPid, std::nullopt, {}, screens.screens());
+        const CaptureFilterBuilder local(screens);
+        const CaptureBuildResult result =
+            local.build(policy, 1u, catalog, false, OutputFrameMode::screen, contentMode);
+        QVERIFY(std::holds_alternative<CapturePlan>(result));
+        const CapturePlan& plan = std::get<CapturePlan>(result);
+
+        StreamConfiguration configuration;
+        configuration.sourceRect = plan.sourceRect;
+        configuration.width = int(plan.canvasLogicalSize.width());
+        configuration.height = int(plan.canvasLogicalSize.height());
+        configuration.backgroundColor =
+            plan.usesTransparentCanvas ? QColor(0, 0, 0, 0) : QColor(Qt::black);
+        const QImage frame = simComposeFrame(s, plan.filter, configuration);
+        QCOMPARE(frame.size(), QSize(400, 300));
+
+        for (const SimWindow& window : s.windows) {
+            const QPoint centre = (window.frame.center() - s.displays[0].frame.topLeft()).toPoint();
+            const QColor seen = QColor::fromRgba(frame.pixel(centre));
+            if (shown.contains(window.windowID))
+                QCOMPARE(seen, window.color);
+            else
+                QVERIFY2(seen != window.color, qPrintable(QString::number(window.windowID)));
+        }
     }
 };
 

@@ -35,17 +35,15 @@ bool simAdmits(const ContentFilter& filter, const SimScene& scene, const SimWind
         if (isDock && !filter.includeMenuBar)
             return false;
         return !listed;
-    case ContentFilterForm::displayExcludingApplications: {
+    case ContentFilterForm::displayExcludingApplications:
         if (isDock && !filter.includeMenuBar)
             return false;
-        if (filter.processIDs.isEmpty())
-            return !listed;
-        // A window that cannot be attributed might belong to an excluded process.
-        if (!owner)
+        if (listed)
             return false;
-        const bool excluded = filter.processIDs.contains(*owner);
-        return excluded == listed;
-    }
+        if (filter.processIDs.isEmpty())
+            return true;
+        // A window that cannot be attributed might belong to an excluded process.
+        return owner && !filter.processIDs.contains(*owner);
     case ContentFilterForm::displayIncludingApplications:
         if (listed)
             return true;

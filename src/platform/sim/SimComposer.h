@@ -1,16 +1,17 @@
 #pragma once
 
-// Frame composition of the scripted stream: the same admission rules as the
-// real compositor, applied to the scene's solid-colour windows.
+// Frame composition of the scripted stream: the admission rules every capture
+// backend must honour, applied to the scene's solid-colour windows.
 //
 // Admission, by filter form (windows are admitted by process and window id at
 // frame time, so windows added after the filter was made follow their
 // process's rule):
 // - displayExcludingWindows: every window except the listed ones.
-// - displayExcludingApplications: a listed window flips its process's rule (a
-//   listed window of an excluded process shows, a listed window of any other
-//   process is hidden). With a non-empty process list, a window without a
-//   known owner is left out.
+// - displayExcludingApplications: every window except those of the listed
+//   processes and the listed windows themselves. (The filter builder puts the
+//   block list's windows here, and they must stay hidden even when their
+//   process is excluded too.) With a non-empty process list, a window without
+//   a known owner is left out.
 // - displayIncludingApplications: windows of the listed processes plus the
 //   listed windows; desktop windows only when listed.
 // Docks and panels (positive layer) need includeMenuBar. Off-screen windows

@@ -2,8 +2,8 @@
 
 // The scripted platform's world as plain data: displays, running
 // applications and windows that a test or a demo edits directly. Windows are
-// solid-colour rectangles; the scripted stream composes them under the same
-// admission rules as the real compositor.
+// solid-colour rectangles; the scripted stream composes them under the content
+// filter's admission rules (SimComposer.h).
 //
 // Coordinates: global, points, y-down (origin top-left of the virtual desktop).
 

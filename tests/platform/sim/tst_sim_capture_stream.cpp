@@ -145,9 +145,9 @@ private Q_SLOTS:
         QTest::newRow("exclude apps")
             << make(F::displayExcludingApplications, {redPid}, {}, true)
             << QList{greenProbe, blueProbe, dockProbe} << QList{redProbe, orphanProbe} << desktop;
-        QTest::newRow("exclude apps, excepted window of an excluded app shows")
+        QTest::newRow("exclude apps, listed window of an excluded app stays hidden")
             << make(F::displayExcludingApplications, {greenPid}, {3}, true)
-            << QList{redProbe, blueProbe} << QList{greenProbe} << desktop;
+            << QList{redProbe, dockProbe} << QList{greenProbe, blueProbe} << desktop;
         QTest::newRow("exclude apps, listed window of another app is hidden")
             << make(F::displayExcludingApplications, {redPid}, {3}, true) << QList{greenProbe}
             << QList{redProbe, blueProbe} << desktop;
