@@ -20,6 +20,7 @@ void SimCaptureBackend::getShareableContent(bool excludingDesktopWindows, bool o
                                             ContentCompletion completion)
 {
     ++m_contentRequests;
+    m_lastFlags = {excludingDesktopWindows, onScreenWindowsOnly};
     HeldRequest request{excludingDesktopWindows, onScreenWindowsOnly, std::move(completion)};
     if (m_holdsContent) {
         m_heldContent.append(std::move(request));

@@ -16,6 +16,7 @@
 
 #include <QList>
 #include <memory>
+#include <utility>
 
 namespace vistrel {
 
@@ -42,6 +43,8 @@ public:
     qsizetype pendingContentRequests() const { return m_heldContent.size(); }
     void releaseContentRequests();
     int contentRequestCount() const { return m_contentRequests; }
+    // The two flags of the latest request: excludingDesktopWindows, onScreenWindowsOnly.
+    std::pair<bool, bool> lastContentRequestFlags() const { return m_lastFlags; }
 
     // Streams.
     SimStreamLedger& ledger() { return *m_ledger; }
@@ -76,6 +79,7 @@ private:
     bool m_holdsContent = false;
     bool m_framesOnStart = false;
     int m_contentRequests = 0;
+    std::pair<bool, bool> m_lastFlags{false, false};
     QList<HeldRequest> m_heldContent;
     std::shared_ptr<bool> m_alive; // lets posted completions notice the backend is gone
 };
