@@ -90,8 +90,9 @@ public:
     virtual void stopRunning() = 0;
 
 Q_SIGNALS:
-    // Main thread. The running device failed (for example it was unplugged);
-    // the session has stopped delivering frames.
+    // Main thread. The device failed after startRunning (for example it was
+    // unplugged), possibly before the start's answer; the session has stopped
+    // and the start's completion will not run.
     void runtimeError(const vistrel::PlatformError& error);
 };
 

@@ -366,6 +366,51 @@ private Q_SLOTS:
         QTRY_COMPARE(port.statistics().closes.load(), 1);
     }
 
+    // A camera that fails while running (unplugged) is logged and stopped.
+    void runtimeFailureStops()
+    {
+        TestPatternCameraPort port(
+            options([](TestPatternOptions& o) { o.disconnectAfterFrames = 3; }));
+        CameraSessionManager manager(port);
+        QSignalSpy running(&manager, &CameraSessionManager::isRunningChanged);
+        LogRecorder log;
+        manager.apply(enabledFor(cameraA));
+        QTRY_COMPARE(running.size(), 2);
+        QCOMPARE(running.at(0).at(0).toBool(), true);
+        QCOMPARE(running.at(1).at(0).toBool(), false);
+        QCOMPARE(log.entries().size(), 1);
+        QCOMPARE(log.entries().first().category, u"quorbit.Vistrel.Camera"_s);
+        QCOMPARE(log.entries().first().message,
+                 u"Camera stopped with an error: The test camera was disconnected."_s);
+        QCOMPARE(manager.currentDeviceID(), std::nullopt);
+        QVERIFY(!manager.captureSession());
+        QTRY_COMPARE(port.statistics().closes.load(), 1);
+    }
+
+    // A failure reported before the start has answered ends the start too:
+    // the manager is stopped, not stuck waiting, and a later apply for the
+    // same camera starts it.
+    void failureWhileOpeningIsNotStuck()
+    {
+        TestPatternCameraPort port(
+            options([](TestPatternOptions& o) { o.disconnectAfterFrames = 0; }));
+        CameraSessionManager manager(port);
+        QSignalSpy running(&manager, &CameraSessionManager::isRunningChanged);
+        LogRecorder log;
+        manager.apply(enabledFor(cameraA));
+        QTRY_COMPARE(log.entries().size(), 1);
+        QCOMPARE(log.entries().first().message,
+                 u"Camera stopped with an error: The test camera was disconnected."_s);
+        QVERIFY(!manager.captureSession());
+        QTest::qWait(50);
+        QCOMPARE(running.size(), 0);
+
+        port.setOptions(options({}));
+        manager.apply(enabledFor(cameraA));
+        QTRY_VERIFY(manager.isRunning());
+        QCOMPARE(log.entries().size(), 1);
+    }
+
     void startWithoutIdStops()
     {
         TestPatternCameraPort port(options({}));

@@ -23,7 +23,7 @@ CameraCaptureSession::CameraCaptureSession(std::shared_ptr<CameraWorkerThread> w
             }
         },
         [self](PlatformError error) {
-            if (self && self->m_running) {
+            if (self && self->m_started) { // also while still starting
                 self->stopRunning();
                 Q_EMIT self->runtimeError(error);
             }

@@ -93,6 +93,12 @@ public:
 private:
     void publishFrame()
     {
+        if (m_options.disconnectAfterFrames && m_frameNumber >= *m_options.disconnectAfterFrames) {
+            m_timer->stop();
+            m_mailbox->reportError(
+                {u"vistrel.camera.test"_s, 4, u"The test camera was disconnected."_s});
+            return;
+        }
         m_mailbox->publish(TestPatternCameraPort::renderFrame(m_index, m_frameNumber++));
     }
 

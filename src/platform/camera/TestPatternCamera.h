@@ -12,6 +12,7 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <optional>
 
 namespace vistrel {
 
@@ -27,6 +28,9 @@ struct TestPatternOptions {
     // Time a device takes to open, on the worker thread.
     std::chrono::milliseconds openDelay{0};
     int framesPerSecond = 30;
+    // After this many frames the device reports that it was disconnected and
+    // stops (0: while it opens); unset runs forever.
+    std::optional<int> disconnectAfterFrames;
 };
 
 // Counts device opens and closes across all inputs of a port.
