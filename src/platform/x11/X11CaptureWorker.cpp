@@ -243,8 +243,9 @@ void X11CaptureWorker::run(Started started)
             return;
         }
         const bool admitted = w->factsResolved && admits(session.filter, w->facts);
+        // A window leaving the picture (unmapped, changed owner) needs a frame too.
         if (change == X11WindowTree::Change::structure)
-            dirty |= admitted;
+            dirty |= admitted || w->drawn;
         else
             dirty |= admitted && w->mapped && w->outer.intersects(compositor.area());
     };
@@ -303,9 +304,8 @@ void X11CaptureWorker::run(Started started)
         int timeoutMs = -1;
         if (dirty && now - lastFrame >= interval) {
             QImage image;
-            const auto status =
-                compositor.render(tree, session.filter, session.configuration.backgroundColor,
-                                  session.configuration.showsCursor, &image);
+            const auto status = compositor.render(tree, session.filter, QColor(0, 0, 0, 0),
+                                                  session.configuration.showsCursor, &image);
             if (status == X11Compositor::Status::frame) {
                 dirty = false;
                 lastFrame = monotonicNs();

@@ -233,11 +233,15 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const ContentFi
 
     for (xcb_window_t id : tree.stacking()) {
         TopLevel* w = tree.find(id);
-        if (!w || !contributes(filter, *w))
+        if (!w)
+            continue;
+        w->drawn = false;
+        if (!contributes(filter, *w))
             continue;
         tree.takeDamage(*w);
         if (!tree.prepare(*w))
             continue;
+        w->drawn = true;
         // Draw only what the window painted, inside its shape.
         const QPoint origin = w->outer.topLeft() - m_area.topLeft();
         xcb_xfixes_set_picture_clip_region(m_c, m_canvasPicture, w->clip,

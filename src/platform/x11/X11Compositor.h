@@ -1,9 +1,9 @@
 #pragma once
 
-// Builds one frame on the server with Render: desktop background (or a fill
-// colour), the admitted windows in stacking order clipped to their painted
-// and shaped region, the cursor, then an optional bilinear scale, read back
-// through MIT-SHM into a pooled buffer.
+// Builds one frame on the server with Render: desktop background (the
+// exclusion forms) or a fill colour (the allow list: transparent), the admitted windows in stacking
+// order clipped to their painted and shaped region, the cursor, then an optional bilinear scale,
+// read back through MIT-SHM into a pooled buffer.
 //
 // Worker thread only. `area` is in root coordinates (y-down, pixels).
 

@@ -268,6 +268,32 @@ void X11WindowTree::resolveFacts(TopLevel& w)
     w.factsResolved = true;
 }
 
+void X11WindowTree::requestRepaint(xcb_window_t top)
+{
+    // What the window painted before its damage was being watched counts as
+    // unpainted; exposing the window and everything inside it makes the
+    // owners paint it again, this time under watch.
+    QList<xcb_window_t> level{top};
+    for (int depth = 0; depth <= maxClientSearchDepth && !level.isEmpty(); ++depth) {
+        QList<xcb_window_t> next;
+        QList<xcb_query_tree_cookie_t> cookies;
+        for (xcb_window_t window : level) {
+            xcb_clear_area(m_c, 1, window, 0, 0, 0, 0);
+            if (depth < maxClientSearchDepth)
+                cookies.append(xcb_query_tree(m_c, window));
+        }
+        for (const auto& cookie : cookies) {
+            auto [tree, error] = xcbReply(xcb_query_tree_reply, m_c, cookie);
+            if (!tree)
+                continue;
+            const xcb_window_t* children = xcb_query_tree_children(tree.get());
+            for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i)
+                next.append(children[i]);
+        }
+        level = next;
+    }
+}
+
 void X11WindowTree::takeDamage(TopLevel& w)
 {
     if (!w.damaged)
@@ -384,6 +410,8 @@ X11WindowTree::Change X11WindowTree::handleEvent(const xcb_generic_event_t* even
         }
         // Owner first, before this window can reach any frame.
         resolveFacts(*w);
+        if (e->event == m_root)
+            requestRepaint(w->id);
         *window = w->id;
         return Change::structure;
     }

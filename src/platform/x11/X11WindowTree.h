@@ -49,6 +49,7 @@ struct TopLevel {
     bool shapeStale = true;
     bool clipStale = true;
     bool damaged = false;
+    bool drawn = false; // part of the latest frame
 };
 
 class X11WindowTree {
@@ -84,6 +85,7 @@ private:
     void restack(xcb_window_t id, xcb_window_t above);
     void releasePixmap(TopLevel& window);
     void resolveFacts(TopLevel& window);
+    void requestRepaint(xcb_window_t top);
     void readAttributes(TopLevel& window);
     xcb_window_t findClient(xcb_window_t frame);
     std::optional<qint32> ownerPid(xcb_window_t window);
