@@ -1,0 +1,141 @@
+#include "presentation/VideoLayerWidget.h"
+
+#include <QPaintEvent>
+#include <QPainter>
+
+namespace vistrel {
+
+// The display layer of one VideoLayerWidget: keeps the latest frame (sharing
+// its pixels with the stream's buffer) and asks the widget to repaint only
+// what changed.
+class VideoLayerWidget::Layer final : public DisplayLayer {
+public:
+    explicit Layer(VideoLayerWidget* view) : DisplayLayer(view), m_view(view) {}
+
+    DisplayLayerStatus status() const override { return m_status; }
+
+    void flush() override { m_status = DisplayLayerStatus::unknown; }
+
+    void enqueueSampleBuffer(const SampleBuffer& buffer) override
+    {
+        if (buffer.image.isNull()) {
+            m_status = DisplayLayerStatus::failed;
+            return;
+        }
+        const QRect before = m_view->pictureRect().toAlignedRect();
+        m_image = buffer.image;
+        // Streams deliver premultiplied BGRA; anything else is converted once
+        // here rather than on every paint.
+        if (m_image.format() != QImage::Format_ARGB32_Premultiplied &&
+            m_image.format() != QImage::Format_RGB32)
+            m_image = m_image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+        m_status = DisplayLayerStatus::rendering;
+        const QRect after = m_view->pictureRect().toAlignedRect();
+        m_view->update(before.united(after));
+    }
+
+    void flushAndRemoveImage() override
+    {
+        m_status = DisplayLayerStatus::unknown;
+        if (m_image.isNull())
+            return;
+        const QRect before = m_view->pictureRect().toAlignedRect();
+        m_image = QImage();
+        m_view->update(before);
+    }
+
+    void setVideoGravity(VideoGravity gravity) override
+    {
+        if (m_gravity == gravity)
+            return;
+        m_gravity = gravity;
+        m_view->update();
+    }
+
+    void setBackgroundColor(const QColor& color) override
+    {
+        if (m_backgroundColor == color)
+            return;
+        m_backgroundColor = color;
+        m_view->update();
+    }
+
+    void setOpaque(bool opaque) override
+    {
+        if (m_opaque == opaque)
+            return;
+        m_opaque = opaque;
+        // An opaque widget paints every pixel itself, so Qt need not paint
+        // the parent behind it first.
+        m_view->setAttribute(Qt::WA_OpaquePaintEvent, opaque);
+        m_view->update();
+    }
+
+    VideoLayerWidget* m_view;
+    QImage m_image;
+    DisplayLayerStatus m_status = DisplayLayerStatus::unknown;
+    VideoGravity m_gravity = VideoGravity::resizeAspect;
+    QColor m_backgroundColor = Qt::transparent;
+    bool m_opaque = false;
+};
+
+VideoLayerWidget::VideoLayerWidget(QWidget* parent) : QWidget(parent), m_layer(new Layer(this))
+{
+    // Frames are not input: clicks go to whatever lies behind the picture.
+    setAttribute(Qt::WA_TransparentForMouseEvents);
+    // Never fill with the palette, not even when drawn on its own (grabbed,
+    // or as a window): the bars stay clear and the canvas behind shows.
+    setAttribute(Qt::WA_NoSystemBackground);
+}
+
+VideoLayerWidget::~VideoLayerWidget() = default;
+
+DisplayLayer* VideoLayerWidget::displayLayer() const
+{
+    return m_layer;
+}
+
+QRectF VideoLayerWidget::pictureRect() const
+{
+    const QImage& image = m_layer->m_image;
+    if (image.isNull() || width() <= 0 || height() <= 0)
+        return {};
+    const QSizeF bounds = size();
+    switch (m_layer->m_gravity) {
+    case VideoGravity::resize:
+        return QRectF(QPointF(0, 0), bounds);
+    case VideoGravity::resizeAspect:
+    case VideoGravity::resizeAspectFill: {
+        const QSizeF fitted = QSizeF(image.size())
+                                  .scaled(bounds, m_layer->m_gravity == VideoGravity::resizeAspect
+                                                      ? Qt::KeepAspectRatio
+                                                      : Qt::KeepAspectRatioByExpanding);
+        return QRectF(
+            QPointF((bounds.width() - fitted.width()) / 2, (bounds.height() - fitted.height()) / 2),
+            fitted);
+    }
+    }
+    return {};
+}
+
+void VideoLayerWidget::paintEvent(QPaintEvent* event)
+{
+    QPainter painter(this);
+    QColor background = m_layer->m_backgroundColor;
+    if (m_layer->m_opaque)
+        background.setAlpha(255);
+    // Painted over what the parent drew; the clear colour leaves it showing.
+    if (background.alpha() > 0)
+        painter.fillRect(event->rect(), background);
+
+    const QImage& image = m_layer->m_image;
+    if (image.isNull())
+        return;
+    const QRectF target = pictureRect();
+    if (target.isEmpty())
+        return;
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    painter.drawImage(target, image);
+}
+
+} // namespace vistrel

@@ -1,0 +1,40 @@
+#pragma once
+
+// A widget that shows captured frames through a display layer the output
+// renderer can feed. The latest frame is painted aspect-fit (letter-boxed,
+// never cropped or stretched) over nothing, so whatever the parent draws
+// behind this widget (the canvas colour or image) shows in the bars and
+// through transparent pixels of the frame.
+//
+// The layer is a child object of the widget: it goes away with the widget,
+// and the renderer's weak reference to it goes null at the same moment.
+
+#include "capture/DisplayLayer.h"
+
+#include <QWidget>
+
+namespace vistrel {
+
+class VideoLayerWidget : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit VideoLayerWidget(QWidget* parent = nullptr);
+    ~VideoLayerWidget() override;
+
+    // The layer to register with the output renderer.
+    DisplayLayer* displayLayer() const;
+
+    // Where the current frame is drawn, in widget coordinates; empty without
+    // a frame.
+    QRectF pictureRect() const;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    class Layer;
+    Layer* m_layer;
+};
+
+} // namespace vistrel

@@ -1,0 +1,180 @@
+#include "capture/OutputRenderer.h"
+#include "presentation/VideoLayerWidget.h"
+
+#include <QPainter>
+#include <QTest>
+#include <memory>
+
+using namespace vistrel;
+
+namespace {
+
+constexpr QRgb red = 0xffff0000;
+constexpr QRgb blue = 0xff0000ff;
+constexpr QRgb canvasGreen = 0xff00c000;
+
+// Left half red, right half blue: a picture that is cropped, stretched or
+// mirrored shows it at the sampled points.
+SampleBuffer twoColourFrame(QSize size)
+{
+    QImage image(size, QImage::Format_ARGB32_Premultiplied);
+    QPainter painter(&image);
+    painter.fillRect(QRect(0, 0, size.width() / 2, size.height()), QColor::fromRgba(red));
+    painter.fillRect(QRect(size.width() / 2, 0, size.width() - size.width() / 2, size.height()),
+                     QColor::fromRgba(blue));
+    painter.end();
+    return SampleBuffer{image, true, std::nullopt, 0};
+}
+
+// Stands in for the output window: paints the canvas colour behind the video.
+class CanvasWidget : public QWidget {
+public:
+    using QWidget::QWidget;
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter(this).fillRect(rect(), QColor::fromRgba(canvasGreen));
+    }
+};
+
+QImage grabbed(QWidget& widget)
+{
+    return widget.grab().toImage().convertToFormat(QImage::Format_ARGB32);
+}
+
+// Samples well inside each region: the smooth scaling blends the edges.
+QPointF inset(const QRectF& rect, double fx, double fy)
+{
+    return QPointF(rect.x() + rect.width() * fx, rect.y() + rect.height() * fy);
+}
+
+} // namespace
+
+class TestVideoLayerWidget : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void frameIsLetterBoxedOverTransparentBars_data()
+    {
+        QTest::addColumn<QSize>("widgetSize");
+        QTest::addColumn<QSize>("frameSize");
+        QTest::addColumn<QRectF>("expectedPicture");
+
+        QTest::newRow("square frame in wide view: bars left and right")
+            << QSize(200, 100) << QSize(50, 50) << QRectF(50, 0, 100, 100);
+        QTest::newRow("wide frame in tall view: bars above and below")
+            << QSize(100, 200) << QSize(160, 90) << QRectF(0, 71.875, 100, 56.25);
+        QTest::newRow("larger frame, same aspect: fills the view")
+            << QSize(160, 90) << QSize(1920, 1080) << QRectF(0, 0, 160, 90);
+    }
+
+    void frameIsLetterBoxedOverTransparentBars()
+    {
+        QFETCH(QSize, widgetSize);
+        QFETCH(QSize, frameSize);
+        QFETCH(QRectF, expectedPicture);
+
+        OutputRenderer renderer;
+        CanvasWidget canvas;
+        canvas.resize(widgetSize);
+        auto* video = new VideoLayerWidget(&canvas);
+        video->resize(widgetSize);
+        renderer.addDisplayLayer(video->displayLayer());
+        renderer.enqueue(twoColourFrame(frameSize));
+
+        QCOMPARE(video->pictureRect(), expectedPicture);
+
+        const QImage own = grabbed(*video);
+        const QImage composed = grabbed(canvas);
+        QCOMPARE(own.size(), widgetSize);
+        QCOMPARE(own.pixel(inset(expectedPicture, 0.25, 0.5).toPoint()), red);
+        QCOMPARE(own.pixel(inset(expectedPicture, 0.75, 0.5).toPoint()), blue);
+        QCOMPARE(composed.pixel(inset(expectedPicture, 0.25, 0.5).toPoint()), red);
+        QCOMPARE(composed.pixel(inset(expectedPicture, 0.75, 0.5).toPoint()), blue);
+
+        // The bars: nothing of the widget's own, the canvas from behind.
+        const QRectF bounds(QPointF(0, 0), QSizeF(widgetSize));
+        const QList<QRectF> bars = {
+            QRectF(bounds.topLeft(), QPointF(expectedPicture.left(), bounds.bottom())),
+            QRectF(QPointF(expectedPicture.right(), 0), bounds.bottomRight()),
+            QRectF(bounds.topLeft(), QPointF(bounds.right(), expectedPicture.top())),
+            QRectF(QPointF(0, expectedPicture.bottom()), bounds.bottomRight()),
+        };
+        int sampledBars = 0;
+        for (const QRectF& bar : bars) {
+            if (bar.width() < 4 || bar.height() < 4)
+                continue;
+            const QPoint point = bar.center().toPoint();
+            QCOMPARE(qAlpha(own.pixel(point)), 0);
+            QCOMPARE(composed.pixel(point), canvasGreen);
+            ++sampledBars;
+        }
+        QCOMPARE(sampledBars, expectedPicture.size() == bounds.size() ? 0 : 2);
+    }
+
+    void removingTheImageLeavesTheViewTransparent()
+    {
+        OutputRenderer renderer;
+        CanvasWidget canvas;
+        canvas.resize(120, 80);
+        auto* video = new VideoLayerWidget(&canvas);
+        video->resize(120, 80);
+        renderer.addDisplayLayer(video->displayLayer());
+        renderer.enqueue(twoColourFrame(QSize(12, 8)));
+        QCOMPARE(grabbed(*video).pixel(30, 40), red);
+
+        renderer.reset(); // flush and remove image on every layer
+
+        QVERIFY(video->pictureRect().isEmpty());
+        const QImage own = grabbed(*video);
+        for (const QPoint point : {QPoint(1, 1), QPoint(30, 40), QPoint(90, 40), QPoint(119, 79)})
+            QCOMPARE(qAlpha(own.pixel(point)), 0);
+        QCOMPARE(grabbed(canvas).pixel(30, 40), canvasGreen);
+    }
+
+    void transparentFramePixelsShowTheCanvas()
+    {
+        CanvasWidget canvas;
+        canvas.resize(100, 100);
+        auto* video = new VideoLayerWidget(&canvas);
+        video->resize(100, 100);
+        QImage image(10, 10, QImage::Format_ARGB32_Premultiplied);
+        image.fill(Qt::transparent);
+        image.setPixel(0, 0, red); // keeps the frame from being all clear
+        video->displayLayer()->enqueueSampleBuffer(SampleBuffer{image, true, std::nullopt, 0});
+        QCOMPARE(grabbed(canvas).pixel(50, 50), canvasGreen);
+    }
+
+    void undrawableFrameFailsUntilFlushedAndKeepsThePicture()
+    {
+        VideoLayerWidget video;
+        video.resize(40, 40);
+        DisplayLayer* layer = video.displayLayer();
+        layer->enqueueSampleBuffer(twoColourFrame(QSize(4, 4)));
+        QCOMPARE(layer->status(), DisplayLayerStatus::rendering);
+
+        layer->enqueueSampleBuffer(SampleBuffer{QImage(), true, std::nullopt, 0});
+        QCOMPARE(layer->status(), DisplayLayerStatus::failed);
+        QCOMPARE(video.pictureRect(), QRectF(0, 0, 40, 40));
+
+        layer->flush();
+        QVERIFY(layer->status() != DisplayLayerStatus::failed);
+        layer->enqueueSampleBuffer(twoColourFrame(QSize(4, 4)));
+        QCOMPARE(layer->status(), DisplayLayerStatus::rendering);
+    }
+
+    void layerLeavesTheRendererWithItsWidget()
+    {
+        OutputRenderer renderer;
+        auto video = std::make_unique<VideoLayerWidget>();
+        renderer.addDisplayLayer(video->displayLayer());
+        video.reset();
+        renderer.enqueue(twoColourFrame(QSize(4, 4)));
+        QVERIFY(renderer.displayLayers().isEmpty());
+        QCOMPARE(renderer.hasDisplayedFrame(), false);
+    }
+};
+
+QTEST_MAIN(TestVideoLayerWidget)
+#include "tst_video_layer_widget.moc"
