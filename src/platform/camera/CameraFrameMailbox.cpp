@@ -27,7 +27,8 @@ void CameraFrameMailbox::publish(QImage frame)
     }
     postToMain([](CameraFrameMailbox& mailbox) {
         mailbox.m_notifyPending = false;
-        if (mailbox.m_frameArrived) {
+        // A notice posted just before the mailbox closed is stale.
+        if (mailbox.isOpen() && mailbox.m_frameArrived) {
             mailbox.m_frameArrived();
         }
     });
