@@ -20,7 +20,7 @@ ScreenRecordingPermissionState stateFor(bool granted)
 }
 } // namespace
 
-QString toString(ScreenRecordingPermissionState state)
+QString caseName(ScreenRecordingPermissionState state)
 {
     switch (state) {
     case ScreenRecordingPermissionState::checking:

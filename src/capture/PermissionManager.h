@@ -21,7 +21,7 @@ enum class ScreenRecordingPermissionState {
     missing,
 };
 
-QString toString(ScreenRecordingPermissionState state);
+QString caseName(ScreenRecordingPermissionState state);
 
 class PermissionManager : public QObject {
     Q_OBJECT

@@ -28,7 +28,7 @@ std::optional<ManagedWindowKind> managedWindowKindFromRaw(QStringView raw)
     return std::nullopt;
 }
 
-QString toString(OutputWindowPresentation presentation)
+QString caseName(OutputWindowPresentation presentation)
 {
     switch (presentation) {
     case OutputWindowPresentation::centered:

@@ -32,6 +32,6 @@ enum class OutputWindowPresentation {
     docked,
 };
 
-QString toString(OutputWindowPresentation presentation);
+QString caseName(OutputWindowPresentation presentation);
 
 } // namespace vistrel

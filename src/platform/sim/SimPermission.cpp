@@ -54,6 +54,12 @@ int SimPermission::requestCount() const
     return m_requestCount;
 }
 
+QThread* SimPermission::lastRequestThread() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_lastRequestThread;
+}
+
 bool SimPermission::preflight() const
 {
     QMutexLocker lock(&m_mutex);
@@ -65,6 +71,7 @@ bool SimPermission::request()
 {
     QMutexLocker lock(&m_mutex);
     ++m_requestCount;
+    m_lastRequestThread = QThread::currentThread();
     while (m_held)
         m_released.wait(&m_mutex);
     const bool outcome = m_requestOutcome.value_or(m_granted);

@@ -7,6 +7,7 @@
 #include "platform/ScreenCapturePermission.h"
 
 #include <QMutex>
+#include <QThread>
 #include <QUrl>
 #include <QWaitCondition>
 #include <optional>
@@ -30,6 +31,8 @@ public:
 
     int preflightCount() const;
     int requestCount() const;
+    // The thread that ran the latest request.
+    QThread* lastRequestThread() const;
 
     bool preflight() const override;
     bool request() override;
@@ -44,6 +47,7 @@ private:
     bool m_held = false;
     mutable int m_preflightCount = 0;
     int m_requestCount = 0;
+    QThread* m_lastRequestThread = nullptr;
 };
 
 } // namespace vistrel
