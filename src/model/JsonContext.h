@@ -68,11 +68,11 @@ bool readEnum(Context& context, const QJsonValue& value, const Cases& cases, Enu
         return false;
     QStringList names;
     for (Enum candidate : cases) {
-        if (toString(candidate) == raw) {
+        if (caseName(candidate) == raw) {
             out = candidate;
             return true;
         }
-        names.append(toString(candidate));
+        names.append(caseName(candidate));
     }
     return context.fail(QStringLiteral("unknown value \"%1\"; expected one of: %2")
                             .arg(raw, names.join(QStringLiteral(", "))));

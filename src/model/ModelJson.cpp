@@ -160,7 +160,7 @@ bool read(Context& context, const QJsonValue& json, RuleSet& out)
 
 QJsonValue write(Context& context, const VisibilityPolicy& value)
 {
-    return QJsonObject{{u"mode"_s, toString(value.mode)},
+    return QJsonObject{{u"mode"_s, caseName(value.mode)},
                        {u"allowList"_s, write(context, value.allowList)},
                        {u"blockList"_s, write(context, value.blockList)}};
 }
@@ -177,7 +177,7 @@ bool read(Context& context, const QJsonValue& json, VisibilityPolicy& out)
 
 QJsonValue write(Context&, const CanvasBackgroundSelection& value)
 {
-    QJsonObject object{{u"mode"_s, toString(value.mode)}};
+    QJsonObject object{{u"mode"_s, caseName(value.mode)}};
     if (value.imageRelativePath)
         object.insert(u"imageRelativePath"_s, *value.imageRelativePath);
     if (value.imageDisplayName)
@@ -196,7 +196,7 @@ bool read(Context& context, const QJsonValue& json, CanvasBackgroundSelection& o
             return false;
         out.mode = CanvasBackgroundMode::black;
         for (CanvasBackgroundMode candidate : allCanvasBackgroundModes) {
-            if (toString(candidate) == raw)
+            if (caseName(candidate) == raw)
                 out.mode = candidate;
         }
         return true;
@@ -217,8 +217,8 @@ QJsonValue write(Context& context, const CameraOverlayConfiguration& value)
     object.insert(u"isEnabled"_s, value.isEnabled);
     if (value.cameraDeviceID)
         object.insert(u"cameraDeviceID"_s, *value.cameraDeviceID);
-    object.insert(u"position"_s, toString(value.position));
-    object.insert(u"shape"_s, toString(value.shape));
+    object.insert(u"position"_s, caseName(value.position));
+    object.insert(u"shape"_s, caseName(value.shape));
     object.insert(u"isMirrored"_s, value.isMirrored);
     number(u"sizeScale"_s, value.sizeScale);
     number(u"marginTop"_s, value.marginTop);

@@ -14,7 +14,7 @@ size_t hashDouble(double value, size_t seed)
 }
 } // namespace
 
-QString toString(OutputContentMode mode)
+QString caseName(OutputContentMode mode)
 {
     return mode == OutputContentMode::fullDesktop ? u"fullDesktop"_s : u"sanitized"_s;
 }
@@ -24,7 +24,7 @@ QString title(OutputContentMode mode)
     return mode == OutputContentMode::fullDesktop ? u"Full Desktop"_s : u"Sanitized Windows"_s;
 }
 
-QString toString(OutputFrameMode mode)
+QString caseName(OutputFrameMode mode)
 {
     return mode == OutputFrameMode::dynamic ? u"dynamic"_s : u"screen"_s;
 }
@@ -34,7 +34,7 @@ QString title(OutputFrameMode mode)
     return mode == OutputFrameMode::dynamic ? u"Dynamic"_s : u"Screen"_s;
 }
 
-QString toString(CanvasBackgroundMode mode)
+QString caseName(CanvasBackgroundMode mode)
 {
     switch (mode) {
     case CanvasBackgroundMode::black:
@@ -82,7 +82,7 @@ size_t qHash(const CanvasBackgroundSelection& selection, size_t seed) noexcept
     return combine(seed, selection.imageDisplayName.value_or(QString()));
 }
 
-QString toString(CameraPosition position)
+QString caseName(CameraPosition position)
 {
     switch (position) {
     case CameraPosition::topLeft:
@@ -132,7 +132,7 @@ QString title(CameraPosition position)
     return {};
 }
 
-QString toString(CameraShape shape)
+QString caseName(CameraShape shape)
 {
     switch (shape) {
     case CameraShape::circle:

@@ -2,7 +2,7 @@
 
 // The small settings that shape the output picture besides the visibility
 // policy: content mode, frame mode, canvas background and camera bubble.
-// toString() gives the JSON raw value (the case name); title() the short
+// caseName() gives the JSON raw value (the case name); title() the short
 // user-facing text that belongs to the type.
 
 #include <QString>
@@ -17,7 +17,7 @@ enum class OutputContentMode {
 };
 inline constexpr std::array allOutputContentModes{OutputContentMode::sanitized,
                                                   OutputContentMode::fullDesktop};
-QString toString(OutputContentMode mode);
+QString caseName(OutputContentMode mode);
 // "Sanitized Windows" / "Full Desktop".
 QString title(OutputContentMode mode);
 
@@ -26,7 +26,7 @@ enum class OutputFrameMode {
     dynamic, // follows the area of the shared windows
 };
 inline constexpr std::array allOutputFrameModes{OutputFrameMode::screen, OutputFrameMode::dynamic};
-QString toString(OutputFrameMode mode);
+QString caseName(OutputFrameMode mode);
 // "Screen" / "Dynamic".
 QString title(OutputFrameMode mode);
 
@@ -39,7 +39,7 @@ enum class CanvasBackgroundMode {
 inline constexpr std::array allCanvasBackgroundModes{
     CanvasBackgroundMode::black, CanvasBackgroundMode::white, CanvasBackgroundMode::gray,
     CanvasBackgroundMode::customImage};
-QString toString(CanvasBackgroundMode mode);
+QString caseName(CanvasBackgroundMode mode);
 // "Black", "White", "Gray"; "Image" for customImage (the selection's title()
 // says more).
 QString title(CanvasBackgroundMode mode);
@@ -79,7 +79,7 @@ inline constexpr std::array allCameraPositions{
     CameraPosition::topLeft,    CameraPosition::top,    CameraPosition::topRight,
     CameraPosition::left,       CameraPosition::center, CameraPosition::right,
     CameraPosition::bottomLeft, CameraPosition::bottom, CameraPosition::bottomRight};
-QString toString(CameraPosition position);
+QString caseName(CameraPosition position);
 // "Top Left", ..., "Bottom Right".
 QString title(CameraPosition position);
 
@@ -90,7 +90,7 @@ enum class CameraShape {
 };
 inline constexpr std::array allCameraShapes{CameraShape::circle, CameraShape::square,
                                             CameraShape::roundedSquare};
-QString toString(CameraShape shape);
+QString caseName(CameraShape shape);
 
 // The camera bubble drawn over the output. Sizes and margins are not clamped
 // here: the controls keep them in range and the composition interprets them.

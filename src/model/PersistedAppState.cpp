@@ -57,8 +57,8 @@ JsonResult<QByteArray> encodePersistedAppState(const PersistedAppState& state)
         object.insert(u"presets"_s, presets);
     }
     object.insert(u"isAlwaysOnTop"_s, state.isAlwaysOnTop);
-    object.insert(u"outputFrameMode"_s, toString(state.outputFrameMode));
-    object.insert(u"outputContentMode"_s, toString(state.outputContentMode));
+    object.insert(u"outputFrameMode"_s, caseName(state.outputFrameMode));
+    object.insert(u"outputContentMode"_s, caseName(state.outputContentMode));
     member(u"canvasBackground"_s, state.canvasBackground);
     member(u"cameraOverlay"_s, state.cameraOverlay);
     if (context.failed())

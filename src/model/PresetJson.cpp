@@ -13,12 +13,12 @@ QJsonValue write(Context& context, const SharePreset& value)
         {u"id"_s, value.id},
         {u"title"_s, value.title},
         {u"symbolName"_s, value.symbolName},
-        {u"category"_s, toString(value.category)},
-        {u"outputFrameMode"_s, toString(value.outputFrameMode)},
-        {u"outputContentMode"_s, toString(value.outputContentMode)},
+        {u"category"_s, caseName(value.category)},
+        {u"outputFrameMode"_s, caseName(value.outputFrameMode)},
+        {u"outputContentMode"_s, caseName(value.outputContentMode)},
     };
     if (value.builtInKind)
-        object.insert(u"builtInKind"_s, toString(*value.builtInKind));
+        object.insert(u"builtInKind"_s, caseName(*value.builtInKind));
     if (value.selectedDisplayID)
         object.insert(u"selectedDisplayID"_s, qint64(*value.selectedDisplayID));
     {

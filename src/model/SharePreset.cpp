@@ -7,17 +7,17 @@ namespace vistrel {
 
 using namespace Qt::StringLiterals;
 
-QString toString(PresetCategory category)
+QString caseName(PresetCategory category)
 {
     return category == PresetCategory::builtIn ? u"builtIn"_s : u"custom"_s;
 }
 
-QString toString(BuiltInPresetKind kind)
+QString caseName(BuiltInPresetKind kind)
 {
     return kind == BuiltInPresetKind::meeting ? u"meeting"_s : u"presentation"_s;
 }
 
-QString toString(LegacyPresetKind kind)
+QString caseName(LegacyPresetKind kind)
 {
     switch (kind) {
     case LegacyPresetKind::presentation:
@@ -98,7 +98,7 @@ size_t qHash(const SharePreset& p, size_t seed) noexcept
 SharePreset makeBuiltInPreset(BuiltInPresetKind kind)
 {
     SharePreset preset;
-    preset.id = toString(kind);
+    preset.id = caseName(kind);
     preset.title = builtInPresetTitle(kind);
     preset.symbolName = builtInPresetSymbolName(kind);
     preset.category = PresetCategory::builtIn;

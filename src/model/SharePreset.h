@@ -20,7 +20,7 @@ enum class PresetCategory {
     custom,
 };
 inline constexpr std::array allPresetCategories{PresetCategory::builtIn, PresetCategory::custom};
-QString toString(PresetCategory category);
+QString caseName(PresetCategory category);
 
 // The case order is the order built-ins are listed in everywhere.
 enum class BuiltInPresetKind {
@@ -29,7 +29,7 @@ enum class BuiltInPresetKind {
 };
 inline constexpr std::array allBuiltInPresetKinds{BuiltInPresetKind::presentation,
                                                   BuiltInPresetKind::meeting};
-QString toString(BuiltInPresetKind kind);
+QString caseName(BuiltInPresetKind kind);
 
 // Read only, from files of the older format ("kind" instead of "id").
 enum class LegacyPresetKind {
@@ -39,7 +39,7 @@ enum class LegacyPresetKind {
 };
 inline constexpr std::array allLegacyPresetKinds{
     LegacyPresetKind::presentation, LegacyPresetKind::coding, LegacyPresetKind::meeting};
-QString toString(LegacyPresetKind kind);
+QString caseName(LegacyPresetKind kind);
 
 // 0001-01-01T00:00:00Z: a preset whose lastUpdated is this was never saved.
 QDateTime distantPast();

@@ -6,7 +6,7 @@ namespace vistrel {
 
 using namespace Qt::StringLiterals;
 
-QString toString(VisibilityMode mode)
+QString caseName(VisibilityMode mode)
 {
     switch (mode) {
     case VisibilityMode::allowList:
@@ -22,7 +22,7 @@ QString title(VisibilityMode mode)
     return mode == VisibilityMode::blockList ? u"Block List"_s : u"Allow List"_s;
 }
 
-QString toString(SourceVisibilityState state)
+QString caseName(SourceVisibilityState state)
 {
     switch (state) {
     case SourceVisibilityState::shown:

@@ -21,7 +21,7 @@ enum class VisibilityMode {
 inline constexpr std::array allVisibilityModes{VisibilityMode::allowList,
                                                VisibilityMode::blockList};
 // The JSON raw value, equal to the case name.
-QString toString(VisibilityMode mode);
+QString caseName(VisibilityMode mode);
 // "Allow List" / "Block List".
 QString title(VisibilityMode mode);
 
@@ -34,7 +34,7 @@ enum class SourceVisibilityState {
 };
 inline constexpr std::array allSourceVisibilityStates{
     SourceVisibilityState::shown, SourceVisibilityState::hidden, SourceVisibilityState::partial};
-QString toString(SourceVisibilityState state);
+QString caseName(SourceVisibilityState state);
 
 struct RuleSet {
     QSet<AppIdentity> applications;

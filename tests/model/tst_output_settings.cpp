@@ -50,7 +50,7 @@ void OutputSettingsTest::canvasModeReadsLeniently()
         decodeJson<CanvasBackgroundSelection>(QJsonDocument::fromJson(json).object());
     QCOMPARE(decoded.ok(), accepted);
     if (accepted)
-        QCOMPARE(toString(decoded->mode), mode);
+        QCOMPARE(caseName(decoded->mode), mode);
 }
 
 void OutputSettingsTest::canvasTitle_data()
@@ -108,8 +108,8 @@ void OutputSettingsTest::cameraDefaultRoundTripsWithoutDeviceKey()
     const CameraOverlayConfiguration& defaults = CameraOverlayConfiguration::defaultValue();
     QCOMPARE(defaults.sizeScale, 1.5);
     QCOMPARE(defaults.marginLeft, 50.0);
-    QCOMPARE(toString(defaults.position), u"bottomRight"_s);
-    QCOMPARE(toString(defaults.shape), u"circle"_s);
+    QCOMPARE(caseName(defaults.position), u"bottomRight"_s);
+    QCOMPARE(caseName(defaults.shape), u"circle"_s);
     const auto encoded = encodeJson(defaults);
     QVERIFY(encoded);
     const QJsonObject object = encoded.value().toObject();
@@ -164,7 +164,7 @@ void OutputSettingsTest::enumerationOrder()
                           u"Right"_s, u"Bottom Left"_s, u"Bottom"_s, u"Bottom Right"_s}));
     QStringList canvases;
     for (CanvasBackgroundMode mode : allCanvasBackgroundModes)
-        canvases.append(toString(mode));
+        canvases.append(caseName(mode));
     QCOMPARE(canvases, QStringList({u"black"_s, u"white"_s, u"gray"_s, u"customImage"_s}));
 }
 

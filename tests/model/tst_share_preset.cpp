@@ -52,7 +52,7 @@ void SharePresetTest::factories()
     QCOMPARE(builtIns[0].symbolName, u"rectangle.on.rectangle.angled"_s);
     QCOMPARE(builtIns[1].title, u"Meeting"_s);
     QCOMPARE(builtIns[1].symbolName, u"person.2.crop.square.stack"_s);
-    QCOMPARE(toString(builtIns[1].category), toString(PresetCategory::builtIn));
+    QCOMPARE(caseName(builtIns[1].category), caseName(PresetCategory::builtIn));
     QVERIFY(builtIns[1].builtInKind == BuiltInPresetKind::meeting);
 
     const SharePreset custom = makeCustomPreset(u"Demo"_s);
@@ -159,7 +159,7 @@ void SharePresetTest::currentFormatDefaults()
 {
     const SharePreset preset = decodePreset(R"({"id": "custom.x"})");
     QCOMPARE(preset.id, u"custom.x"_s);
-    QCOMPARE(toString(preset.category), toString(PresetCategory::custom));
+    QCOMPARE(caseName(preset.category), caseName(PresetCategory::custom));
     QCOMPARE(preset.title, u"Preset"_s);
     QCOMPARE(preset.symbolName, u"bookmark"_s);
     QVERIFY(!preset.hasSavedConfiguration());
@@ -202,16 +202,16 @@ void SharePresetTest::legacyMigration()
     QFETCH(bool, hasSaved);
     const SharePreset preset = decodePreset(json);
     QCOMPARE(preset.id, id);
-    QCOMPARE(toString(preset.policy.mode), mode);
+    QCOMPARE(caseName(preset.policy.mode), mode);
     QCOMPARE(preset.hasSavedConfiguration(), hasSaved);
-    QCOMPARE(toString(preset.outputFrameMode), u"screen"_s);
+    QCOMPARE(caseName(preset.outputFrameMode), u"screen"_s);
     if (id == u"custom.legacy.coding"_s) {
         QCOMPARE(preset.title, u"Coding"_s);
         QCOMPARE(preset.symbolName, u"curlybraces"_s);
-        QCOMPARE(toString(preset.category), toString(PresetCategory::custom));
+        QCOMPARE(caseName(preset.category), caseName(PresetCategory::custom));
         QVERIFY(!preset.builtInKind);
     } else {
-        QCOMPARE(toString(preset.category), toString(PresetCategory::builtIn));
+        QCOMPARE(caseName(preset.category), caseName(PresetCategory::builtIn));
         QCOMPARE(preset.title, id == u"meeting"_s ? u"Meeting"_s : u"Presentation"_s);
     }
     if (json.contains("lastUpdated"))

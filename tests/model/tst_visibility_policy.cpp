@@ -50,22 +50,22 @@ void VisibilityPolicyTest::workedExample()
 
     policy.toggleWindow(w1, windowsA);
     QCOMPARE(policy.allowList.windows, QSet<WindowIdentity>({w1}));
-    QCOMPARE(toString(policy.applicationState(appA, windowsA)),
-             toString(SourceVisibilityState::partial));
+    QCOMPARE(caseName(policy.applicationState(appA, windowsA)),
+             caseName(SourceVisibilityState::partial));
 
     policy.toggleWindow(w2, windowsA);
     policy.toggleWindow(w3, windowsA);
     QCOMPARE(policy.allowList.applications, QSet<AppIdentity>({appA}));
     QVERIFY(policy.allowList.windows.isEmpty());
-    QCOMPARE(toString(policy.applicationState(appA, windowsA)),
-             toString(SourceVisibilityState::shown));
+    QCOMPARE(caseName(policy.applicationState(appA, windowsA)),
+             caseName(SourceVisibilityState::shown));
 
     policy.toggleWindow(w2, windowsA);
     QVERIFY(policy.allowList.applications.isEmpty());
     QCOMPARE(policy.allowList.windows, QSet<WindowIdentity>({w1, w3}));
-    QCOMPARE(toString(policy.applicationState(appA, windowsA)),
-             toString(SourceVisibilityState::partial));
-    QCOMPARE(toString(policy.windowState(w2)), toString(SourceVisibilityState::hidden));
+    QCOMPARE(caseName(policy.applicationState(appA, windowsA)),
+             caseName(SourceVisibilityState::partial));
+    QCOMPARE(caseName(policy.windowState(w2)), caseName(SourceVisibilityState::hidden));
 
     policy.toggleApplication(appA, windowsA);
     QCOMPARE(policy.allowList.applications, QSet<AppIdentity>({appA}));
@@ -135,7 +135,7 @@ void VisibilityPolicyTest::applicationWithoutWindows()
     if (hasRule)
         policy.activeRules().applications.insert(appB);
     QCOMPARE(policy.isApplicationSelected(appB, {}), hasRule);
-    QCOMPARE(toString(policy.applicationState(appB, {})), toString(expected));
+    QCOMPARE(caseName(policy.applicationState(appB, {})), caseName(expected));
 }
 
 void VisibilityPolicyTest::windowRulesAreExact()
@@ -155,12 +155,12 @@ void VisibilityPolicyTest::editsTouchOnlyTheActiveList()
     const RuleSet allow = policy.allowList;
     policy.setMode(VisibilityMode::blockList);
     QVERIFY(!policy.hasActiveRules());
-    QCOMPARE(toString(policy.applicationState(appA, windowsA)),
-             toString(SourceVisibilityState::shown));
+    QCOMPARE(caseName(policy.applicationState(appA, windowsA)),
+             caseName(SourceVisibilityState::shown));
     policy.toggleApplication(appA, windowsA);
-    QCOMPARE(toString(policy.applicationState(appA, windowsA)),
-             toString(SourceVisibilityState::hidden));
-    QCOMPARE(toString(policy.windowState(windowsA[2])), toString(SourceVisibilityState::hidden));
+    QCOMPARE(caseName(policy.applicationState(appA, windowsA)),
+             caseName(SourceVisibilityState::hidden));
+    QCOMPARE(caseName(policy.windowState(windowsA[2])), caseName(SourceVisibilityState::hidden));
     QCOMPARE(policy.allowList, allow);
     policy.setMode(VisibilityMode::allowList);
     QCOMPARE(policy.activeRules(), allow);
