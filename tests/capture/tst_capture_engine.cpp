@@ -1,0 +1,698 @@
+#include "capture/CaptureEngine.h"
+#include "capture/OutputRenderer.h"
+#include "capture/support_message_log.h"
+#include "capture/support_recording_display_layer.h"
+#include "platform/sim/SimCaptureBackend.h"
+#include "platform/sim/SimScreenProvider.h"
+#include "platform/sim/SimWorld.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <functional>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace vistrel;
+using vistrel::test::MessageLog;
+using vistrel::test::RecordingDisplayLayer;
+
+namespace {
+
+constexpr quint32 displayId = 7;
+const QString captureCategory = u"quorbit.Vistrel.Capture"_s;
+
+ShareableDisplay retinaDisplay()
+{
+    return ShareableDisplay{displayId, u"Sim"_s, QRectF(0, 0, 1000, 500), QSizeF(1000, 500),
+                            QSizeF(2000, 1000)};
+}
+
+// An allow-list plan on the 2x display; the signature names what differs.
+CapturePlan plan(const QString& signature, const QRectF& crop = QRectF(0, 0, 1000, 500),
+                 QList<qint32> pids = {10})
+{
+    CapturePlan result;
+    result.filter = ContentFilter{
+        ContentFilterForm::displayIncludingApplications, displayId, std::move(pids), {}, false};
+    result.display = retinaDisplay();
+    result.signature = signature;
+    result.sourceRect = crop;
+    result.canvasLogicalSize = crop.size();
+    result.usesTransparentCanvas = true;
+    return result;
+}
+
+PlatformError error(const QString& text)
+{
+    return PlatformError{u"sim"_s, 3, text};
+}
+
+// One engine on the scripted backend, with a recording layer on its renderer
+// and every published status collected.
+struct Rig {
+    SimWorld world;
+    SimCaptureBackend backend{world};
+    SimScreenProvider screens;
+    OutputRenderer renderer;
+    RecordingDisplayLayer layer;
+    std::unique_ptr<CaptureEngine> engine;
+    QList<StreamStatus> statuses;
+
+    Rig()
+    {
+        SimScene scene;
+        scene.displays = {makeSimDisplay(displayId, QRectF(0, 0, 1000, 500), u"Sim"_s)};
+        world.setScene(scene);
+        screens.setScreens({ScreenInfo{displayId, u"Sim"_s, QRectF(0, 0, 1000, 500),
+                                       QRectF(0, 0, 1000, 500), 60}});
+        engine = std::make_unique<CaptureEngine>(renderer, backend, screens);
+        renderer.addDisplayLayer(&layer);
+        QObject::connect(engine.get(), &CaptureEngine::streamStatusChanged,
+                         [this](const StreamStatus& status) { statuses.append(status); });
+    }
+
+    SimStreamCalls calls() const { return backend.streamCalls(); }
+    StreamStatus status() const { return engine->streamStatus(); }
+
+    // Runs the posted completions, including those they post in turn.
+    static void settle()
+    {
+        for (int turn = 0; turn < 8; ++turn)
+            QCoreApplication::processEvents();
+    }
+
+    // Pushes a frame and waits until the engine has handled it.
+    void deliver(const SimFrameRequest& request = {})
+    {
+        const auto stream = backend.latestStream();
+        QVERIFY(stream);
+        QVERIFY(stream->pushFrame(request));
+        stream->waitForWorker();
+        settle();
+    }
+
+    // A running stream for the plan, with one frame shown.
+    void startRunning(const CapturePlan& started)
+    {
+        engine->apply(started);
+        settle();
+        deliver();
+        QVERIFY(status() == StreamStatus::running());
+        statuses.clear();
+        layer.calls.clear();
+    }
+};
+
+int frameCount(const QStringList& calls)
+{
+    return int(calls.count(u"enqueue"_s));
+}
+
+using PlanChange = std::function<CapturePlan(Rig&)>;
+
+} // namespace
+
+// Statuses are compared by their text, which names the case and its payload,
+// so that a failure shows both sides.
+QStringList describe(const QList<StreamStatus>& statuses)
+{
+    QStringList texts;
+    for (const StreamStatus& status : statuses)
+        texts.append(toString(status));
+    return texts;
+}
+#define COMPARE_STATUS(actual, expected) QCOMPARE(toString(actual), toString(expected))
+#define COMPARE_STATUSES(actual, ...)                                                              \
+    QCOMPARE(describe(actual), describe(QList<StreamStatus>{__VA_ARGS__}))
+
+Q_DECLARE_METATYPE(PlanChange)
+Q_DECLARE_METATYPE(SimStreamOperation)
+Q_DECLARE_METATYPE(std::optional<qint64>)
+
+class TestCaptureEngine : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void samePlanTwiceCallsThePlatformOnce()
+    {
+        Rig rig;
+        rig.engine->apply(plan(u"a"_s));
+        COMPARE_STATUS(rig.status(), StreamStatus::starting());
+        rig.settle();
+        const SimStreamCalls afterStart = rig.calls();
+        QCOMPARE(afterStart.create, 1);
+        QCOMPARE(afterStart.addStreamOutput, 1);
+        QCOMPARE(afterStart.start, 1);
+        QCOMPARE(rig.engine->activeDisplay(), std::optional(retinaDisplay()));
+        QCOMPARE(rig.engine->activeCanvasSize(), std::optional(QSizeF(1000, 500)));
+        rig.deliver();
+        rig.statuses.clear();
+
+        rig.engine->apply(plan(u"a"_s));
+        COMPARE_STATUSES(rig.statuses, StreamStatus::running()); // at once
+        rig.settle();
+        QCOMPARE(rig.calls(), afterStart);
+        QCOMPARE(rig.statuses.size(), 1);
+    }
+
+    void changedPlanDoesTheLeastWork_data()
+    {
+        QTest::addColumn<PlanChange>("change");
+        QTest::addColumn<int>("configurationUpdates");
+
+        QTest::newRow("window list only") << PlanChange([](Rig&) {
+            return plan(u"b"_s, QRectF(0, 0, 1000, 500), {10, 20});
+        }) << 0;
+        QTest::newRow("display pixel size only") << PlanChange([](Rig&) {
+            CapturePlan changed = plan(u"b"_s);
+            changed.display.pixelSize = QSizeF(1000, 500);
+            return changed;
+        }) << 0;
+        QTest::newRow("crop") << PlanChange([](Rig&) {
+            return plan(u"b"_s, QRectF(10, 20, 400, 300));
+        }) << 1;
+        QTest::newRow("crop by a fraction of a point")
+            << PlanChange([](Rig&) { return plan(u"b"_s, QRectF(0.01, 0, 1000, 500)); }) << 1;
+        QTest::newRow("refresh rate") << PlanChange([](Rig& rig) {
+            QList<ScreenInfo> screens = rig.screens.screens();
+            screens[0].maximumFramesPerSecond = 30;
+            rig.screens.setScreens(screens);
+            return plan(u"b"_s);
+        }) << 1;
+    }
+
+    void changedPlanDoesTheLeastWork()
+    {
+        QFETCH(PlanChange, change);
+        QFETCH(int, configurationUpdates);
+
+        Rig rig;
+        rig.startRunning(plan(u"a"_s));
+        const SimStreamCalls before = rig.calls();
+        const StreamConfiguration startConfiguration = rig.backend.latestStream()->configuration();
+        const CapturePlan changed = change(rig);
+
+        rig.backend.ledger().setHoldsCompletions(true);
+        rig.engine->apply(changed);
+        // The filter waits for the configuration update to succeed.
+        QCOMPARE(rig.calls().updateConfiguration - before.updateConfiguration,
+                 configurationUpdates);
+        QCOMPARE(rig.calls().updateContentFilter - before.updateContentFilter,
+                 configurationUpdates ? 0 : 1);
+        COMPARE_STATUS(rig.status(), StreamStatus::running()); // unchanged while waiting
+        QVERIFY(rig.statuses.isEmpty());
+
+        rig.backend.ledger().setHoldsCompletions(false);
+        rig.backend.ledger().releaseCompletions();
+        rig.settle();
+
+        const SimStreamCalls after = rig.calls();
+        QCOMPARE(after.updateConfiguration - before.updateConfiguration, configurationUpdates);
+        QCOMPARE(after.updateContentFilter - before.updateContentFilter, 1);
+        QCOMPARE(after.create, 1);
+        QCOMPARE(after.start, 1);
+        QCOMPARE(after.stop, 0);
+        COMPARE_STATUSES(rig.statuses, StreamStatus::running());
+        const auto stream = rig.backend.latestStream();
+        QCOMPARE(stream->filter(), changed.filter);
+        // Equal keys keep the running configuration, even when the display's
+        // pixel size alone changed.
+        QCOMPARE(stream->configuration(), configurationUpdates
+                                              ? rig.engine->makeConfiguration(changed)
+                                              : startConfiguration);
+        QCOMPARE(rig.engine->activeCanvasSize(), std::optional(changed.canvasLogicalSize));
+
+        // The new plan is now the running one.
+        rig.engine->apply(changed);
+        rig.settle();
+        QCOMPARE(rig.calls(), after);
+    }
+
+    void failedConfigurationUpdateStopsTheStream()
+    {
+        Rig rig;
+        rig.startRunning(plan(u"a"_s));
+        rig.backend.failStreamOperation(SimStreamOperation::updateConfiguration,
+                                        error(u"The display went away."_s));
+        MessageLog log;
+
+        rig.engine->apply(plan(u"b"_s, QRectF(0, 0, 500, 500)));
+        rig.settle();
+
+        QCOMPARE(rig.calls().updateContentFilter, 0);
+        QCOMPARE(rig.calls().stop, 1);
+        COMPARE_STATUS(rig.status(), StreamStatus::failed(u"The display went away."_s));
+        QCOMPARE(log.texts(captureCategory),
+                 QStringList{u"Capture start or update failed: The display went away."_s});
+        QCOMPARE(rig.renderer.hasDisplayedFrame(), false);
+        QVERIFY(rig.layer.calls.contains(u"flushAndRemoveImage"_s));
+        QVERIFY(!rig.engine->activeDisplay().has_value());
+        QVERIFY(!rig.engine->activeCanvasSize().has_value());
+
+        // No stream is left: the next plan starts a new one.
+        rig.backend.clearStreamFailure(SimStreamOperation::updateConfiguration);
+        rig.engine->apply(plan(u"b"_s, QRectF(0, 0, 500, 500)));
+        COMPARE_STATUS(rig.status(), StreamStatus::starting());
+        rig.settle();
+        QCOMPARE(rig.calls().create, 2);
+    }
+
+    void failedStartPublishesTheError_data()
+    {
+        QTest::addColumn<SimStreamOperation>("operation");
+        QTest::addColumn<int>("starts");
+        QTest::addColumn<int>("stops");
+
+        QTest::newRow("adding the output") << SimStreamOperation::addStreamOutput << 0 << 0;
+        QTest::newRow("starting") << SimStreamOperation::start << 1 << 1;
+    }
+
+    void failedStartPublishesTheError()
+    {
+        QFETCH(SimStreamOperation, operation);
+        QFETCH(int, starts);
+        QFETCH(int, stops);
+
+        Rig rig;
+        rig.backend.failStreamOperation(operation, error(u"Capture is not allowed."_s));
+        MessageLog log;
+        rig.engine->apply(plan(u"a"_s));
+        rig.settle();
+
+        QCOMPARE(rig.calls().start, starts);
+        QCOMPARE(rig.calls().stop, stops);
+        COMPARE_STATUSES(rig.statuses, StreamStatus::starting(),
+                         StreamStatus::failed(u"Capture is not allowed."_s));
+        QCOMPARE(log.texts(captureCategory),
+                 QStringList{u"Capture start or update failed: Capture is not allowed."_s});
+        QVERIFY(!rig.engine->activeDisplay().has_value());
+    }
+
+    void newStreamWithoutFrameStaysStarting()
+    {
+        Rig rig;
+        rig.engine->apply(plan(u"a"_s));
+        rig.settle();
+        QVERIFY(rig.backend.latestStream()->isRunning());
+        COMPARE_STATUS(rig.status(), StreamStatus::starting());
+        COMPARE_STATUSES(rig.statuses, StreamStatus::starting());
+    }
+
+    void newStreamIsRunningAtOnceWhenAPictureIsUp()
+    {
+        Rig rig;
+        rig.startRunning(plan(u"a"_s));
+        // A stream lost by the platform, then a frame shown on a layer by
+        // other means: the new stream has a picture up and need not wait.
+        rig.backend.latestStream()->stopWithError(error(u"Lost."_s));
+        rig.backend.latestStream()->waitForWorker();
+        rig.settle();
+        RecordingDisplayLayer other;
+        rig.renderer.addDisplayLayer(&other);
+        rig.renderer.enqueue(
+            SampleBuffer{QImage(2, 2, QImage::Format_ARGB32_Premultiplied), true, std::nullopt, 0});
+        rig.engine->apply(plan(u"a"_s));
+        rig.settle();
+        COMPARE_STATUS(rig.status(), StreamStatus::running());
+    }
+
+    void frameStatusDecidesWhetherAFrameIsShown_data()
+    {
+        QTest::addColumn<std::optional<qint64>>("frameStatus");
+        QTest::addColumn<bool>("dataReady");
+        QTest::addColumn<bool>("shown");
+
+        QTest::newRow("no status attachment") << std::optional<qint64>() << true << true;
+        QTest::newRow("complete") << std::optional<qint64>(0) << true << true;
+        QTest::newRow("idle") << std::optional<qint64>(1) << true << true;
+        QTest::newRow("started") << std::optional<qint64>(4) << true << true;
+        QTest::newRow("blank") << std::optional<qint64>(2) << true << false;
+        QTest::newRow("suspended") << std::optional<qint64>(3) << true << false;
+        QTest::newRow("stopped") << std::optional<qint64>(5) << true << false;
+        QTest::newRow("unknown value") << std::optional<qint64>(6) << true << false;
+        QTest::newRow("negative value") << std::optional<qint64>(-1) << true << false;
+        QTest::newRow("data not ready") << std::optional<qint64>(0) << false << false;
+    }
+
+    void frameStatusDecidesWhetherAFrameIsShown()
+    {
+        QFETCH(std::optional<qint64>, frameStatus);
+        QFETCH(bool, dataReady);
+        QFETCH(bool, shown);
+
+        Rig rig;
+        rig.engine->apply(plan(u"a"_s));
+        rig.settle();
+        rig.layer.calls.clear();
+        rig.deliver({.frameStatus = frameStatus, .dataReady = dataReady});
+
+        QCOMPARE(frameCount(rig.layer.calls), shown ? 1 : 0);
+        QCOMPARE(rig.renderer.hasDisplayedFrame(), shown);
+        COMPARE_STATUS(rig.status(), shown ? StreamStatus::running() : StreamStatus::starting());
+    }
+
+    void nonScreenOutputIsDropped()
+    {
+        Rig rig;
+        rig.engine->apply(plan(u"a"_s));
+        rig.settle();
+        rig.engine->handleSample(
+            SampleBuffer{QImage(2, 2, QImage::Format_ARGB32_Premultiplied), true, std::nullopt, 0},
+            SampleOutputType::audio);
+        QCOMPARE(frameCount(rig.layer.calls), 0);
+        COMPARE_STATUS(rig.status(), StreamStatus::starting());
+    }
+
+    void framesReachTheRendererInStreamOrder()
+    {
+        Rig rig;
+        rig.engine->apply(plan(u"a"_s));
+        rig.settle();
+        const auto stream = rig.backend.latestStream();
+        for (int i = 0; i < 20; ++i)
+            QVERIFY(stream->pushFrame());
+        stream->waitForWorker();
+        rig.settle();
+
+        QCOMPARE(rig.layer.frames.size(), 20);
+        for (qsizetype i = 1; i < rig.layer.frames.size(); ++i)
+            QVERIFY(rig.layer.frames[i - 1].presentationTimeNs <
+                    rig.layer.frames[i].presentationTimeNs);
+        QCOMPARE(rig.layer.frames.last().image.size(), QSize(2000, 1000));
+    }
+
+    void blankTwiceWithoutStreamOnlyResetsTheRenderer()
+    {
+        Rig rig;
+        rig.engine->blank(OutputBlankReason::nothingSelected);
+        COMPARE_STATUSES(rig.statuses, StreamStatus::blank(OutputBlankReason::nothingSelected));
+        QCOMPARE(rig.layer.calls, QStringList{u"flushAndRemoveImage"_s});
+        QSignalSpy frameFlag(&rig.renderer, &OutputRenderer::hasDisplayedFrameChanged);
+
+        rig.engine->blank(OutputBlankReason::nothingSelected);
+        rig.settle();
+        QCOMPARE(rig.statuses.size(), 1);
+        QCOMPARE(frameFlag.size(), 1);
+        QCOMPARE(rig.layer.calls.count(u"flushAndRemoveImage"_s), 2);
+        QCOMPARE(rig.calls().total(), 0);
+
+        // Another reason is news.
+        rig.engine->blank(OutputBlankReason::panicHidden);
+        COMPARE_STATUS(rig.statuses.last(), StreamStatus::blank(OutputBlankReason::panicHidden));
+    }
+
+    void blankWithStreamPublishesBeforeTheStopCompletes_data()
+    {
+        QTest::addColumn<bool>("stopFails");
+        QTest::newRow("stop succeeds") << false;
+        QTest::newRow("stop fails") << true;
+    }
+
+    void blankWithStreamPublishesBeforeTheStopCompletes()
+    {
+        QFETCH(bool, stopFails);
+
+        Rig rig;
+        rig.startRunning(plan(u"a"_s));
+        if (stopFails)
+            rig.backend.failStreamOperation(SimStreamOperation::stop, error(u"Busy."_s));
+        rig.backend.ledger().setHoldsCompletions(true);
+        MessageLog log;
+
+        rig.engine->blank(OutputBlankReason::panicHidden);
+        COMPARE_STATUS(rig.status(), StreamStatus::blank(OutputBlankReason::panicHidden));
+        QVERIFY(!rig.engine->activeDisplay().has_value());
+        QCOMPARE(rig.renderer.hasDisplayedFrame(), false);
+        QCOMPARE(rig.calls().stop, 1);
+        QCOMPARE(rig.backend.ledger().heldCompletions(), 1);
+
+        // A frame still in flight must not bring the picture back.
+        rig.deliver();
+        QCOMPARE(frameCount(rig.layer.calls), 0);
+        QCOMPARE(rig.renderer.hasDisplayedFrame(), false);
+
+        rig.backend.ledger().setHoldsCompletions(false);
+        rig.backend.ledger().releaseCompletions();
+        rig.settle();
+        COMPARE_STATUS(rig.status(), StreamStatus::blank(OutputBlankReason::panicHidden));
+        QCOMPARE(log.texts(captureCategory),
+                 stopFails ? QStringList{u"Stopping capture failed while blanking output: Busy."_s}
+                           : QStringList{});
+
+        // The stream is gone either way: the same plan starts a new one.
+        rig.engine->apply(plan(u"a"_s));
+        rig.settle();
+        QCOMPARE(rig.calls().create, 2);
+    }
+
+    void streamStoppingWithErrorFails()
+    {
+        Rig rig;
+        rig.startRunning(plan(u"a"_s));
+        MessageLog log;
+        const auto stream = rig.backend.latestStream();
+        stream->stopWithError(error(u"The X server connection was lost."_s));
+        stream->waitForWorker();
+        rig.settle();
+
+        COMPARE_STATUS(rig.status(), StreamStatus::failed(u"The X server connection was lost."_s));
+        QCOMPARE(
+            log.texts(captureCategory),
+            QStringList{u"Capture stream stopped with error: The X server connection was lost."_s});
+        QCOMPARE(rig.renderer.hasDisplayedFrame(), false);
+        QVERIFY(!rig.engine->activeDisplay().has_value());
+        QVERIFY(!rig.engine->activeCanvasSize().has_value());
+
+        // No restart by itself; the next plan starts a new stream.
+        QCOMPARE(rig.calls().create, 1);
+        rig.engine->apply(plan(u"a"_s));
+        rig.settle();
+        QCOMPARE(rig.calls().create, 2);
+    }
+
+    void updateOvertakenByBlankLeavesTheBlankStatus()
+    {
+        Rig rig;
+        rig.startRunning(plan(u"a"_s));
+        rig.backend.failStreamOperation(SimStreamOperation::updateConfiguration,
+                                        error(u"Too late."_s));
+        rig.backend.ledger().setHoldsCompletions(true);
+        rig.engine->apply(plan(u"b"_s, QRectF(0, 0, 10, 10)));
+        rig.engine->blank(OutputBlankReason::noDisplaySelected);
+        rig.backend.ledger().setHoldsCompletions(false);
+        rig.backend.ledger().releaseCompletions();
+        rig.settle();
+
+        // The update fails after the blank was asked for: the failure of a
+        // call that the blank overtook must not replace the blank status.
+        COMPARE_STATUS(rig.status(), StreamStatus::blank(OutputBlankReason::noDisplaySelected));
+        QCOMPARE(rig.calls().updateContentFilter, 0);
+    }
+
+    void lateFrameAfterTheEngineIsGoneDoesNothing()
+    {
+        Rig rig;
+        rig.engine->apply(plan(u"a"_s));
+        rig.settle();
+        const std::shared_ptr<SimStreamController> stream = rig.backend.latestStream();
+        QVERIFY(stream->pushFrame());
+        QVERIFY(stream->pushFrame({.frameStatus = std::nullopt}));
+        stream->waitForWorker(); // both frames are now queued for the main thread
+        QCOMPARE(stream->deliveredFrames(), 2);
+
+        rig.engine.reset();
+        rig.settle();
+        QCOMPARE(frameCount(rig.layer.calls), 0);
+        QCOMPARE(rig.renderer.hasDisplayedFrame(), false);
+        // The stream went with the engine; a completion still queued by a
+        // platform call is harmless too.
+        QVERIFY(!stream->isRunning());
+    }
+
+    void configurationFollowsThePlan_data()
+    {
+        QTest::addColumn<CapturePlan>("plan");
+        QTest::addColumn<QSize>("outputSize");
+
+        QTest::newRow("canvas at the display's pixel scale")
+            << plan(u"a"_s, QRectF(10, 20, 400, 300)) << QSize(800, 600);
+        QTest::newRow("halves round away from zero")
+            << plan(u"a"_s, QRectF(0, 0, 100.25, 50.75)) << QSize(201, 102);
+        QTest::newRow("never below 2 x 2") << plan(u"a"_s, QRectF(0, 0, 0.2, 0)) << QSize(2, 2);
+        CapturePlan tinyDisplay = plan(u"a"_s, QRectF(0, 0, 3, 3));
+        tinyDisplay.display.logicalSize = QSizeF(0.5, 1);
+        tinyDisplay.display.pixelSize = QSizeF(4, 2);
+        // A display of less than a point counts as one point for the scale.
+        QTest::newRow("sub-point display") << tinyDisplay << QSize(12, 6);
+        CapturePlan desktop = plan(u"a"_s, QRectF(10, 20, 400, 300));
+        desktop.isFullDesktopCapture = true;
+        desktop.usesTransparentCanvas = false;
+        QTest::newRow("full desktop uses the display's pixels") << desktop << QSize(2000, 1000);
+    }
+
+    void configurationFollowsThePlan()
+    {
+        QFETCH(CapturePlan, plan);
+        QFETCH(QSize, outputSize);
+
+        Rig rig;
+        const StreamConfiguration configuration = rig.engine->makeConfiguration(plan);
+        QCOMPARE(QSize(configuration.width, configuration.height), outputSize);
+        QCOMPARE(configuration.minimumFrameInterval, (MediaTime{1, 60}));
+        QCOMPARE(configuration.pixelFormat, pixelFormatBGRA);
+        QCOMPARE(configuration.streamName, u"Vistrel Output"_s);
+        QVERIFY(configuration.showsCursor);
+        QVERIFY(!configuration.capturesAudio);
+        QVERIFY(configuration.excludesCurrentProcessAudio);
+        QCOMPARE(configuration.captureResolution, 1);
+        QCOMPARE(configuration.backgroundColor.alpha(), plan.usesTransparentCanvas ? 0 : 255);
+        QCOMPARE(configuration.shouldBeOpaque, !plan.usesTransparentCanvas);
+
+        const StreamConfiguration defaults;
+        if (plan.isFullDesktopCapture) {
+            QCOMPARE(configuration.queueDepth, 5);
+            QCOMPARE(configuration.scalesToFit, defaults.scalesToFit);
+            QCOMPARE(configuration.includeChildWindows, defaults.includeChildWindows);
+            QCOMPARE(configuration.sourceRect, defaults.sourceRect);
+        } else {
+            QCOMPARE(configuration.queueDepth, 6);
+            QVERIFY(configuration.scalesToFit);
+            QVERIFY(configuration.preservesAspectRatio);
+            QVERIFY(!configuration.ignoreShadowsDisplay);
+            QVERIFY(configuration.includeChildWindows);
+            QCOMPARE(configuration.sourceRect, std::optional(plan.sourceRect));
+        }
+    }
+
+    void frameRateIsTheScreenRateWithin30To60_data()
+    {
+        QTest::addColumn<std::optional<int>>("screenRate"); // absent: no such screen
+        QTest::addColumn<int>("rate");
+
+        QTest::newRow("60 Hz") << std::optional(60) << 60;
+        QTest::newRow("120 Hz") << std::optional(120) << 60;
+        QTest::newRow("48 Hz") << std::optional(48) << 48;
+        QTest::newRow("24 Hz") << std::optional(24) << 30;
+        QTest::newRow("unknown screen") << std::optional<int>() << 60;
+    }
+
+    void frameRateIsTheScreenRateWithin30To60()
+    {
+        QFETCH(std::optional<int>, screenRate);
+        QFETCH(int, rate);
+
+        Rig rig;
+        QList<ScreenInfo> screens{ScreenInfo{displayId + 1, u"Other"_s, {}, {}, 75}};
+        if (screenRate)
+            screens.append(ScreenInfo{displayId, u"Sim"_s, {}, {}, *screenRate});
+        screens.append(ScreenInfo{std::nullopt, u"Unjoined"_s, {}, {}, 144});
+        rig.screens.setScreens(screens);
+
+        QCOMPARE(rig.engine->displayFrameRate(retinaDisplay()), rate);
+        QCOMPARE(rig.engine->makeConfiguration(plan(u"a"_s)).minimumFrameInterval,
+                 (MediaTime{1, rate}));
+    }
+
+    void configurationKeyNamesSizeRateAndCrop()
+    {
+        Rig rig;
+        CapturePlan keyed = plan(u"a"_s, QRectF(10, 20.125, 800.5, 599.499));
+        QCOMPARE(rig.engine->configurationKey(keyed), u"7:801x599:60:10.00:20.13:800.50:599.50"_s);
+        keyed.canvasLogicalSize = QSizeF(2.5, 3.5);
+        keyed.display.id = 42;
+        QCOMPARE(rig.engine->configurationKey(keyed).section(u':', 0, 2), u"42:3x4:60"_s);
+    }
+
+    void canvasFollowsContentAndBackgroundMode_data()
+    {
+        QTest::addColumn<OutputContentMode>("contentMode");
+        QTest::addColumn<CanvasBackgroundMode>("backgroundMode");
+        QTest::addColumn<QString>("imageFile"); // "good", "corrupt", "missing" or empty
+        QTest::addColumn<QColor>("color");
+        QTest::addColumn<bool>("hasImage");
+
+        const auto sanitized = OutputContentMode::sanitized;
+        const auto desktop = OutputContentMode::fullDesktop;
+        QTest::newRow("black") << sanitized << CanvasBackgroundMode::black << QString()
+                               << QColor(Qt::black) << false;
+        QTest::newRow("white") << sanitized << CanvasBackgroundMode::white << QString()
+                               << QColor(Qt::white) << false;
+        QTest::newRow("gray") << sanitized << CanvasBackgroundMode::gray << QString()
+                              << QColor::fromRgbF(0.22f, 0.22f, 0.22f) << false;
+        QTest::newRow("custom image") << sanitized << CanvasBackgroundMode::customImage << u"good"_s
+                                      << QColor(Qt::black) << true;
+        QTest::newRow("custom image, corrupt file")
+            << sanitized << CanvasBackgroundMode::customImage << u"corrupt"_s << QColor(Qt::black)
+            << false;
+        QTest::newRow("custom image, missing file")
+            << sanitized << CanvasBackgroundMode::customImage << u"missing"_s << QColor(Qt::black)
+            << false;
+        QTest::newRow("custom image, no location") << sanitized << CanvasBackgroundMode::customImage
+                                                   << QString() << QColor(Qt::black) << false;
+        QTest::newRow("full desktop ignores the custom image")
+            << desktop << CanvasBackgroundMode::customImage << u"good"_s << QColor(Qt::black)
+            << false;
+        QTest::newRow("full desktop ignores white")
+            << desktop << CanvasBackgroundMode::white << QString() << QColor(Qt::black) << false;
+    }
+
+    void canvasFollowsContentAndBackgroundMode()
+    {
+        QFETCH(OutputContentMode, contentMode);
+        QFETCH(CanvasBackgroundMode, backgroundMode);
+        QFETCH(QString, imageFile);
+        QFETCH(QColor, color);
+        QFETCH(bool, hasImage);
+
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        QImage picture(8, 4, QImage::Format_RGB32);
+        picture.fill(Qt::darkCyan);
+        QVERIFY(picture.save(dir.filePath(u"good.png"_s)));
+        QFile corrupt(dir.filePath(u"corrupt.png"_s));
+        QVERIFY(corrupt.open(QIODevice::WriteOnly));
+        corrupt.write("\x89PNG\r\n\x1a\n but then nothing an image reader understands");
+        corrupt.close();
+
+        std::optional<QUrl> location;
+        if (!imageFile.isEmpty())
+            location = QUrl::fromLocalFile(dir.filePath(imageFile + u".png"_s));
+
+        Rig rig;
+        // Start from a state every row changes: a white sanitized canvas.
+        rig.engine->updateCanvas(OutputContentMode::sanitized, CanvasBackgroundMode::white);
+        rig.engine->updateCanvas(contentMode, backgroundMode, location);
+
+        QVERIFY(rig.engine->outputContentMode() == contentMode);
+        QCOMPARE(rig.engine->canvasBackgroundColor(), color);
+        QCOMPARE(!rig.engine->canvasBackgroundImage().isNull(), hasImage);
+        if (hasImage) {
+            QCOMPARE(rig.engine->canvasBackgroundImage().size(), QSize(8, 4));
+            QCOMPARE(rig.engine->canvasBackgroundImage().pixelColor(1, 1), QColor(Qt::darkCyan));
+        }
+    }
+
+    void canvasImageAcceptsAPlainPath()
+    {
+        QTemporaryDir dir;
+        QImage picture(3, 3, QImage::Format_RGB32);
+        picture.fill(Qt::red);
+        QVERIFY(picture.save(dir.filePath(u"plain.png"_s)));
+
+        Rig rig;
+        QSignalSpy imageChanged(rig.engine.get(), &CaptureEngine::canvasBackgroundImageChanged);
+        rig.engine->updateCanvas(OutputContentMode::sanitized, CanvasBackgroundMode::customImage,
+                                 QUrl(dir.filePath(u"plain.png"_s)));
+        QCOMPARE(rig.engine->canvasBackgroundImage().size(), QSize(3, 3));
+        QCOMPARE(imageChanged.size(), 1);
+        // The same picture again is no change.
+        rig.engine->updateCanvas(OutputContentMode::sanitized, CanvasBackgroundMode::customImage,
+                                 QUrl(dir.filePath(u"plain.png"_s)));
+        QCOMPARE(imageChanged.size(), 1);
+    }
+};
+
+QTEST_MAIN(TestCaptureEngine)
+#include "tst_capture_engine.moc"
