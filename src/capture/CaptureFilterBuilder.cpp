@@ -283,7 +283,7 @@ QString CaptureFilterBuilder::makeSignature(const QRectF& rect, OutputContentMod
     const auto truncated = [](double value) {
         return QString::number(qint64(std::trunc(value)));
     };
-    return toString(contentMode) + u':' + toString(visibilityMode) + u':' + toString(frameMode) +
+    return caseName(contentMode) + u':' + caseName(visibilityMode) + u':' + caseName(frameMode) +
            u':' + QString::number(display.id) + u':' + truncated(display.pixelSize.width()) + u'x' +
            truncated(display.pixelSize.height()) + u":apps["_s +
            joinSorted(processIDs(applications)) + u"]:windows["_s + joinSorted(windowIDs(windows)) +
