@@ -28,7 +28,7 @@ size_t qHash(const StreamStatus& status, size_t seed) noexcept
     return combine(seed, status.failureMessage());
 }
 
-QString toString(const StreamStatus& status)
+QString describe(const StreamStatus& status)
 {
     switch (status.kind()) {
     case StreamStatus::Kind::idle:
@@ -48,7 +48,7 @@ QString toString(const StreamStatus& status)
 QDebug operator<<(QDebug debug, const StreamStatus& status)
 {
     QDebugStateSaver saver(debug);
-    debug.noquote() << toString(status);
+    debug.noquote() << describe(status);
     return debug;
 }
 

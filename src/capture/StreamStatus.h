@@ -51,8 +51,9 @@ private:
 size_t qHash(const StreamStatus& status, size_t seed = 0) noexcept;
 
 // "idle", "starting", "running", "blank(<reason>)" or "failed(<message>)", for
-// logs and test failures.
-QString toString(const StreamStatus& status);
+// logs and test failures. (Not toString: that name belongs to QtTest's
+// char* printers, which tests provide.)
+QString describe(const StreamStatus& status);
 QDebug operator<<(QDebug debug, const StreamStatus& status);
 
 } // namespace vistrel
