@@ -12,8 +12,8 @@ namespace vistrel {
 enum class ContentFilterForm {
     // Whole display minus the listed windows.
     displayExcludingWindows,
-    // Whole display minus the listed processes' windows, except the listed
-    // windows, which stay visible.
+    // Whole display minus the listed processes' windows and minus the listed
+    // windows (the block list's single windows).
     displayExcludingApplications,
     // Only the listed processes' windows, plus the listed windows.
     displayIncludingApplications,

@@ -25,10 +25,9 @@ bool admits(const ContentFilter& filter, const AdmissionFacts& facts)
     case ContentFilterForm::displayExcludingApplications: {
         if (facts.kind == WindowKind::dock && !filter.includeMenuBar)
             return false;
-        const bool byProcess = excludedByProcess(filter, facts);
-        if (!facts.ownerPid && !filter.processIDs.isEmpty())
-            return false; // never show a window that cannot be attributed
-        return byProcess == listed;
+        // Listed windows are hidden too: the block list names single windows
+        // there, and a listed window must never show, whatever its process.
+        return !listed && !excludedByProcess(filter, facts);
     }
     case ContentFilterForm::displayIncludingApplications:
         if (listed)

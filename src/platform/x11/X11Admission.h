@@ -25,9 +25,8 @@ struct AdmissionFacts {
 
 // Rules, by filter form:
 // - displayExcludingWindows: every window except the listed ones.
-// - displayExcludingApplications: a listed window flips its process's rule:
-//   a listed window of an excluded process shows, a listed window of any
-//   other process is hidden.
+// - displayExcludingApplications: every window except those of the listed
+//   processes and the listed windows.
 // - displayIncludingApplications: windows of the listed processes plus the
 //   listed windows; the desktop is never drawn.
 // A window whose owner is unknown is left out whenever the rule depends on

@@ -73,14 +73,14 @@ private Q_SLOTS:
         QTest::newRow("allow: empty list admits nothing")
             << filter(allow, {}, {}, false) << facts(plainWindow, allowedPid) << false;
 
-        // Block list: excluded processes, a listed window flips its process's rule.
+        // Block list: excluded processes and excluded single windows.
         QTest::newRow("block: window of an excluded process")
             << filter(block, {otherPid}, {}, true) << facts(plainWindow, otherPid) << false;
         QTest::newRow("block: window of another process")
             << filter(block, {otherPid}, {}, true) << facts(plainWindow, allowedPid) << true;
-        QTest::newRow("block: excepted window of an excluded process shows")
+        QTest::newRow("block: listed window of an excluded process stays hidden")
             << filter(block, {otherPid}, {listedWindow}, true) << facts(listedWindow, otherPid)
-            << true;
+            << false;
         QTest::newRow("block: listed window of a shown process is hidden")
             << filter(block, {otherPid}, {listedWindow}, true) << facts(listedWindow, allowedPid)
             << false;
