@@ -303,9 +303,21 @@ void X11CaptureWorker::run(Started started)
 
         int timeoutMs = -1;
         if (dirty && now - lastFrame >= interval) {
+            // The frame is built with the server held still: after the
+            // round trip every event up to now is in our queue, and nobody
+            // can map, reparent or paint between what we learn from them and
+            // the composite. Without that a window could reach the picture
+            // before its owner is known.
+            xcb_grab_server(c);
+            XcbReply<xcb_get_input_focus_reply_t>(
+                xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
+            while (XcbReply<xcb_generic_event_t> event{xcb_poll_for_queued_event(c)})
+                handle(event.get());
             QImage image;
             const auto status = compositor.render(tree, session.filter, QColor(0, 0, 0, 0),
                                                   session.configuration.showsCursor, &image);
+            xcb_ungrab_server(c);
+            xcb_flush(c);
             if (status == X11Compositor::Status::frame) {
                 dirty = false;
                 lastFrame = monotonicNs();

@@ -162,6 +162,17 @@ void X11WindowTree::releasePixmap(TopLevel& w)
     w.pixmapStale = true;
 }
 
+void X11WindowTree::forgetPainting(TopLevel& w)
+{
+    // Damage still pending belongs to the old pixmap: drop it with the rest.
+    releasePixmap(w);
+    xcb_damage_subtract(m_c, w.damage, XCB_NONE, XCB_NONE);
+    w.damaged = false;
+    xcb_xfixes_set_region(m_c, w.valid, 0, nullptr);
+    w.clipStale = true;
+    w.shapeStale = true;
+}
+
 void X11WindowTree::setFull(TopLevel& w)
 {
     const xcb_rectangle_t all{qint16(-w.border), qint16(-w.border), quint16(w.outer.width()),
@@ -261,11 +272,22 @@ WindowKind X11WindowTree::kindOf(xcb_window_t client)
 
 void X11WindowTree::resolveFacts(TopLevel& w)
 {
-    const xcb_window_t client = w.overrideRedirect ? w.id : findClient(w.id);
-    w.facts.clientWindow = client;
-    w.facts.ownerPid = ownerPid(client);
-    w.facts.kind = kindOf(client);
+    AdmissionFacts facts;
+    facts.clientWindow = w.overrideRedirect ? w.id : findClient(w.id);
+    facts.ownerPid = ownerPid(facts.clientWindow);
+    facts.kind = kindOf(facts.clientWindow);
+    const bool changed =
+        w.factsResolved && (facts.clientWindow != w.facts.clientWindow ||
+                            facts.ownerPid != w.facts.ownerPid || facts.kind != w.facts.kind);
+    w.facts = facts;
     w.factsResolved = true;
+    if (changed && w.mapped) {
+        // A frame whose client left still holds that client's last pixels
+        // (and one that just got a client may hold another's): nothing
+        // painted under the old owner is shown under the new one.
+        forgetPainting(w);
+        requestRepaint(w.id);
+    }
 }
 
 void X11WindowTree::requestRepaint(xcb_window_t top)
@@ -403,10 +425,7 @@ X11WindowTree::Change X11WindowTree::handleEvent(const xcb_generic_event_t* even
             w->overrideRedirect = e->override_redirect;
             // The server hands out a new pixmap on map, which may hold what lay
             // under the window until its owner paints.
-            releasePixmap(*w);
-            xcb_xfixes_set_region(m_c, w->valid, 0, nullptr);
-            w->clipStale = true;
-            w->shapeStale = true;
+            forgetPainting(*w);
         }
         // Owner first, before this window can reach any frame.
         resolveFacts(*w);
@@ -465,21 +484,19 @@ X11WindowTree::Change X11WindowTree::handleEvent(const xcb_generic_event_t* even
             return Change::none;
         const QRect outer(e->x, e->y, e->width + 2 * e->border_width,
                           e->height + 2 * e->border_width);
+        bool resize = false;
         if (outer.size() != w->outer.size() || e->border_width != w->border) {
-            // A new pixmap: keep only the painted part that still fits;
-            // the server copied it over, the rest is not painted yet.
-            releasePixmap(*w);
-            const xcb_rectangle_t bounds{qint16(-e->border_width), qint16(-e->border_width),
-                                         quint16(outer.width()), quint16(outer.height())};
-            xcb_xfixes_set_region(m_c, m_parts, 1, &bounds);
-            xcb_xfixes_intersect_region(m_c, w->valid, m_parts, w->valid);
-            w->shapeStale = true;
-            w->clipStale = true;
+            // A new pixmap, filled by the server from whatever the screen
+            // showed there: nothing counts until the owner paints again.
+            forgetPainting(*w);
+            resize = true;
         }
         w->outer = outer;
         w->border = e->border_width;
         w->overrideRedirect = e->override_redirect;
         restack(w->id, e->above_sibling);
+        if (resize && w->mapped)
+            requestRepaint(w->id);
         *window = w->id;
         return w->mapped ? Change::structure : Change::none;
     }

@@ -92,6 +92,7 @@ private:
     WindowKind kindOf(xcb_window_t client);
     xcb_atom_t intern(const char* name);
     void setFull(TopLevel& window);
+    void forgetPainting(TopLevel& window);
 
     xcb_connection_t* m_c;
     xcb_window_t m_root;
