@@ -56,6 +56,27 @@ private Q_SLOTS:
         QVERIFY(client->lastError().contains(u"nosuch"));
     }
 
+    // A shaped window ("eyes": two ellipses) paints only inside its shape.
+    void shapedWindowShowsOnlyItsShape()
+    {
+        auto client = m_session.spawnClient(u"Eyes"_s);
+        QVERIFY(client);
+        const quint32 id =
+            client->openWindow(u"eyes"_s, u"0000ff"_s, {1000, 300, 200, 100}, u"shape=eyes"_s);
+        QVERIFY(id);
+        const auto geometry = m_session.rootGeometry(id);
+        QVERIFY(geometry);
+        const QPoint origin = geometry->topLeft();
+        QVERIFY(waitUntil([&] {
+            const QImage image = m_session.grabRoot({origin, QSize(200, 100)});
+            return !image.isNull() && image.pixel(50, 50) == qRgb(0, 0, 255) &&
+                   image.pixel(150, 50) == qRgb(0, 0, 255);
+        }));
+        const QImage image = m_session.grabRoot({origin, QSize(200, 100)});
+        QVERIFY(image.pixel(100, 5) != qRgb(0, 0, 255)); // between the eyes, at the top
+        QVERIFY(image.pixel(2, 2) != qRgb(0, 0, 255));   // outside the first eye's corner
+    }
+
     void cleanupTestCase() { m_session.stop(); }
 
 private:
