@@ -73,7 +73,9 @@ QUrl X11Permission::defaultHelpUrl()
 {
     QDir dir(QCoreApplication::instance() ? QCoreApplication::applicationDirPath()
                                           : QDir::currentPath());
-    for (int up = 0; up <= 4; ++up) {
+    // Walk up to the root: the build tree may sit a few levels below the
+    // checkout that holds the README.
+    for (;;) {
         const QFileInfo readme(dir.filePath(u"README.md"_s));
         if (readme.isFile()) {
             QUrl url = QUrl::fromLocalFile(readme.absoluteFilePath());
