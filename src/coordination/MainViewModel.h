@@ -1,0 +1,267 @@
+#pragma once
+
+// The coordinator between the user's choices and the capture pipeline. It
+// owns the live configuration (visibility policy, selected display, output
+// modes, canvas, camera overlay, presets), mirrors the permission, discovery
+// and capture services for the interface, and turns every change into two
+// debounced jobs: a capture update 120 ms after the last change (build a plan
+// and hand it to the engine) and a save of the state file 300 ms after the
+// last persistent change. It also feeds the source list model.
+//
+// Nothing is discovered or captured until start(). Setters return early on
+// an unchanged value, so a no-op schedules nothing.
+//
+// The application's own windows are kept out of capture by discovery (which
+// reads them from the window registry); this model needs nothing from the
+// registry and does not take it.
+//
+// Threading: main thread only. The services' changes reach this model through
+// queued connections: one turn of the main loop later, never inside the
+// service's own change, and not at all once the model is gone.
+// Collaborators must outlive the model.
+
+#include "capture/PermissionManager.h"
+#include "capture/StreamStatus.h"
+#include "coordination/AppListViewModel.h"
+#include "model/OutputSettings.h"
+#include "model/PersistedAppState.h"
+#include "model/SharePreset.h"
+#include "model/SourceIdentity.h"
+#include "model/VisibilityPolicy.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QUrl>
+#include <chrono>
+#include <optional>
+
+namespace vistrel {
+
+class CaptureEngine;
+class CaptureFilterBuilder;
+class DebouncedJob;
+class PresetStore;
+class ScreenShareDiscoveryService;
+struct ShareableCatalog;
+
+class MainViewModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(vistrel::VisibilityPolicy policy READ policy NOTIFY policyChanged)
+    Q_PROPERTY(std::optional<quint32> selectedDisplayID READ selectedDisplayID NOTIFY
+                   selectedDisplayIDChanged)
+    Q_PROPERTY(QList<vistrel::ShareableDisplay> displays READ displays NOTIFY displaysChanged)
+    // Built-in presets first (Presentation, Meeting), then custom ones in user order.
+    Q_PROPERTY(QList<vistrel::SharePreset> presets READ presets NOTIFY presetsChanged)
+    Q_PROPERTY(vistrel::ScreenRecordingPermissionState permissionState READ permissionState NOTIFY
+                   permissionStateChanged)
+    Q_PROPERTY(vistrel::StreamStatus streamStatus READ streamStatus NOTIFY streamStatusChanged)
+    Q_PROPERTY(std::optional<QString> discoveryErrorMessage READ discoveryErrorMessage NOTIFY
+                   discoveryErrorMessageChanged)
+    Q_PROPERTY(bool hasStarted READ hasStarted NOTIFY hasStartedChanged)
+    Q_PROPERTY(bool isRefreshing READ isRefreshing NOTIFY isRefreshingChanged)
+    // Never saved: every launch starts unhidden.
+    Q_PROPERTY(
+        bool isPanicHidden READ isPanicHidden WRITE setPanicHidden NOTIFY isPanicHiddenChanged)
+    Q_PROPERTY(
+        bool isAlwaysOnTop READ isAlwaysOnTop WRITE setAlwaysOnTop NOTIFY isAlwaysOnTopChanged)
+    Q_PROPERTY(vistrel::OutputFrameMode outputFrameMode READ outputFrameMode WRITE
+                   setOutputFrameMode NOTIFY outputFrameModeChanged)
+    Q_PROPERTY(vistrel::OutputContentMode outputContentMode READ outputContentMode WRITE
+                   setOutputContentMode NOTIFY outputContentModeChanged)
+    Q_PROPERTY(vistrel::CanvasBackgroundSelection canvasBackground READ canvasBackground NOTIFY
+                   canvasBackgroundChanged)
+    Q_PROPERTY(vistrel::CameraOverlayConfiguration cameraOverlay READ cameraOverlay WRITE
+                   setCameraOverlay NOTIFY cameraOverlayChanged)
+    // The preset last applied or saved; never saved.
+    Q_PROPERTY(
+        std::optional<QString> activePresetID READ activePresetID NOTIFY activePresetIDChanged)
+    Q_PROPERTY(vistrel::AppListViewModel* appListViewModel READ appListViewModel CONSTANT)
+
+public:
+    static constexpr std::chrono::milliseconds captureUpdateDelay{120};
+    static constexpr std::chrono::milliseconds persistenceDelay{300};
+
+    static constexpr int maximumCustomPresets = 2;
+    // In user-perceived characters, after trimming; this many is accepted.
+    static constexpr int maximumPresetNameLength = 32;
+
+    // Loads the state document from the store and subscribes to the services;
+    // fetches and captures nothing.
+    MainViewModel(PermissionManager& permissionManager,
+                  ScreenShareDiscoveryService& discoveryService,
+                  const CaptureFilterBuilder& filterBuilder, CaptureEngine& captureEngine,
+                  PresetStore& presetStore, QObject* parent = nullptr);
+    // Pending jobs are cancelled.
+    ~MainViewModel() override;
+
+    // ---- observable state ----------------------------------------------
+    const VisibilityPolicy& policy() const { return m_policy; }
+    std::optional<quint32> selectedDisplayID() const { return m_selectedDisplayID; }
+    const QList<ShareableDisplay>& displays() const { return m_displays; }
+    const QList<SharePreset>& presets() const { return m_presets; }
+    ScreenRecordingPermissionState permissionState() const { return m_permissionState; }
+    StreamStatus streamStatus() const { return m_streamStatus; }
+    std::optional<QString> discoveryErrorMessage() const { return m_discoveryErrorMessage; }
+    bool hasStarted() const { return m_hasStarted; }
+    bool isRefreshing() const { return m_isRefreshing; }
+    bool isPanicHidden() const { return m_isPanicHidden; }
+    bool isAlwaysOnTop() const { return m_isAlwaysOnTop; }
+    OutputFrameMode outputFrameMode() const { return m_outputFrameMode; }
+    OutputContentMode outputContentMode() const { return m_outputContentMode; }
+    const CanvasBackgroundSelection& canvasBackground() const { return m_canvasBackground; }
+    const CameraOverlayConfiguration& cameraOverlay() const { return m_cameraOverlay; }
+    std::optional<QString> activePresetID() const { return m_activePresetID; }
+    AppListViewModel* appListViewModel() const { return m_appListViewModel; }
+
+    // ---- operations ----------------------------------------------------
+    // Checks the permission and, when granted, starts discovery; only the
+    // first call has an effect.
+    void start();
+    void selectDisplay(std::optional<quint32> displayID);
+    // Changes only the mode; both rule lists are kept.
+    void setVisibilityMode(VisibilityMode mode);
+    void setOutputFrameMode(OutputFrameMode mode);
+    void setOutputContentMode(OutputContentMode mode);
+    // Changes only the mode, keeping the image fields; reconfigures the
+    // engine's canvas but rebuilds no capture.
+    void setCanvasBackgroundMode(CanvasBackgroundMode mode);
+    // Copies the image into the store and makes it the canvas. False (and
+    // logged) when the store refuses the file; nothing changes then.
+    bool importCanvasBackground(const QUrl& file);
+    void setAlwaysOnTop(bool onTop);
+    void setCameraOverlay(const CameraOverlayConfiguration& configuration);
+    // Each change schedules a capture update; the filter builder answers a
+    // hidden output with the panic blank.
+    void setPanicHidden(bool hidden);
+    void togglePanicHidden() { setPanicHidden(!m_isPanicHidden); }
+    void toggleApplication(const ShareableApp& app);
+    void toggleWindow(const ShareableWindow& window, const ShareableApp& app);
+    // Clears the active rule list and the active preset; nothing without rules.
+    void resetRules();
+    void scheduleCaptureUpdate();
+    void schedulePersistence();
+    bool hasPendingCaptureUpdate() const;
+    bool hasPendingSave() const;
+
+    // ---- queries -------------------------------------------------------
+    // The app's windows as listed on the selected display (its own list when
+    // the display does not list it), as identities, in order.
+    QList<WindowIdentity> windowIdentities(const ShareableApp& app) const;
+    bool isApplicationSelected(const ShareableApp& app) const;
+    SourceVisibilityState visibilityState(const ShareableApp& app) const;
+    // The selected display's name, or "Not Selected".
+    QString selectedDisplayName() const;
+    // "<n> apps • <m> windows" for the selected display.
+    QString sourceSummary() const;
+    QString ruleCountText() const { return m_policy.activeRuleCountText(); }
+    bool hasActiveRules() const { return m_policy.hasActiveRules(); }
+
+    // ---- presets (MainViewModelPresets.cpp) ----------------------------
+    QList<SharePreset> builtInPresets() const;
+    QList<SharePreset> customPresets() const;
+    // The message to show, or none when the name is acceptable. excludedID is
+    // the preset being renamed; absent when creating.
+    std::optional<QString>
+    validatePresetName(const QString& name,
+                       const std::optional<QString>& excludedID = std::nullopt) const;
+    // The new preset's id; none when the name is refused. The preset starts
+    // empty and is not applied.
+    std::optional<QString> createCustomPreset(const QString& title);
+    // False for built-ins, unknown ids and refused names.
+    bool renamePreset(const QString& id, const QString& title);
+    void deletePreset(const QString& id);
+    // One place among the custom presets; nothing at either end.
+    void moveCustomPreset(const QString& id, bool downward);
+    // Makes the preset's configuration live and ends panic hide.
+    void applyPreset(const QString& id);
+    // Stores the live configuration into the preset and makes it active.
+    void savePreset(const QString& id);
+    // Resets a saved preset to empty; the live configuration stays.
+    void clearPreset(const QString& id);
+    bool presetMatchesCurrentState(const SharePreset& preset) const;
+    // The active preset's title while the live configuration matches it.
+    std::optional<QString> activePresetTitle() const;
+
+    // The document the save job writes.
+    PersistedAppState persistedState() const;
+
+Q_SIGNALS:
+    void policyChanged(const vistrel::VisibilityPolicy& policy);
+    void selectedDisplayIDChanged(std::optional<quint32> selectedDisplayID);
+    void displaysChanged(const QList<vistrel::ShareableDisplay>& displays);
+    void presetsChanged(const QList<vistrel::SharePreset>& presets);
+    void permissionStateChanged(vistrel::ScreenRecordingPermissionState permissionState);
+    void streamStatusChanged(const vistrel::StreamStatus& streamStatus);
+    void discoveryErrorMessageChanged(const std::optional<QString>& discoveryErrorMessage);
+    void hasStartedChanged(bool hasStarted);
+    void isRefreshingChanged(bool isRefreshing);
+    void isPanicHiddenChanged(bool isPanicHidden);
+    void isAlwaysOnTopChanged(bool isAlwaysOnTop);
+    void outputFrameModeChanged(vistrel::OutputFrameMode outputFrameMode);
+    void outputContentModeChanged(vistrel::OutputContentMode outputContentMode);
+    void canvasBackgroundChanged(const vistrel::CanvasBackgroundSelection& canvasBackground);
+    void cameraOverlayChanged(const vistrel::CameraOverlayConfiguration& cameraOverlay);
+    void activePresetIDChanged(const std::optional<QString>& activePresetID);
+
+private:
+    void subscribe();
+    void handlePermissionState(ScreenRecordingPermissionState state);
+    void handleCatalog(const ShareableCatalog& catalog);
+    // Hands the selected display's applications and the policy to the
+    // source list, which re-applies its query.
+    void syncSourceList();
+    // The engine's canvas inputs: content mode, background mode, image file.
+    void pushCanvasSettings();
+    QList<ShareableApp> applicationsOnSelectedDisplay() const;
+    void runCaptureUpdate();
+    void runPersistence();
+
+    void setPolicy(const VisibilityPolicy& policy);
+    void setSelectedDisplayID(std::optional<quint32> displayID);
+    void setDisplays(const QList<ShareableDisplay>& displays);
+    void setPresets(const QList<SharePreset>& presets);
+    void setPermissionState(ScreenRecordingPermissionState state);
+    void setStreamStatus(const StreamStatus& status);
+    void setDiscoveryErrorMessage(const std::optional<QString>& message);
+    void setHasStarted(bool started);
+    void setRefreshing(bool refreshing);
+    void assignPanicHidden(bool hidden);
+    void assignOutputFrameMode(OutputFrameMode mode);
+    void assignOutputContentMode(OutputContentMode mode);
+    void setCanvasBackground(const CanvasBackgroundSelection& selection);
+    void setActivePresetID(const std::optional<QString>& id);
+
+    SharePreset* findPreset(const QString& id);
+
+    AppListViewModel* m_appListViewModel;
+
+    VisibilityPolicy m_policy;
+    std::optional<quint32> m_selectedDisplayID;
+    QList<ShareableDisplay> m_displays;
+    QList<SharePreset> m_presets;
+    ScreenRecordingPermissionState m_permissionState = ScreenRecordingPermissionState::checking;
+    StreamStatus m_streamStatus;
+    std::optional<QString> m_discoveryErrorMessage;
+    bool m_hasStarted = false;
+    bool m_isRefreshing = false;
+    bool m_isPanicHidden = false;
+    bool m_isAlwaysOnTop = true;
+    OutputFrameMode m_outputFrameMode = OutputFrameMode::screen;
+    OutputContentMode m_outputContentMode = OutputContentMode::sanitized;
+    CanvasBackgroundSelection m_canvasBackground;
+    CameraOverlayConfiguration m_cameraOverlay;
+    std::optional<QString> m_activePresetID;
+
+    PermissionManager& m_permissionManager;
+    ScreenShareDiscoveryService& m_discoveryService;
+    const CaptureFilterBuilder& m_filterBuilder;
+    CaptureEngine& m_captureEngine;
+    PresetStore& m_presetStore;
+
+    // Children: they die with the model, which cancels what is pending.
+    DebouncedJob* m_captureUpdateJob;
+    DebouncedJob* m_persistenceJob;
+};
+
+} // namespace vistrel
