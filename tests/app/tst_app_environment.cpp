@@ -1,0 +1,215 @@
+// The environment as the application builds it, on Qt's offscreen platform:
+// the backend choice, the whole pipeline on the scripted demo desktop up to
+// the output window's pixels, and the clean failure when nothing can be
+// captured.
+
+#include "app/AppEnvironment.h"
+#include "app/PlatformServices.h"
+#include "capture/OutputRenderer.h"
+#include "coordination/MainViewModel.h"
+#include "coordination/OutputViewModel.h"
+#include "presentation/ManagedWindowKind.h"
+#include "presentation/OutputWindow.h"
+#include "presentation/VideoLayerWidget.h"
+#include "presentation/WindowRegistry.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace vistrel;
+
+namespace {
+
+// Colours of the demo desktop's windows.
+const QRgb editorMain = qRgb(0x40, 0xc0, 0x60);
+const QRgb browser = qRgb(0x30, 0x90, 0xe0);
+const QRgb chat = qRgb(0xe0, 0x40, 0x40);
+
+int countNear(const QImage& image, QRgb colour)
+{
+    int count = 0;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x) {
+            const QRgb p = image.pixel(x, y);
+            if (std::abs(qRed(p) - qRed(colour)) <= 12 &&
+                std::abs(qGreen(p) - qGreen(colour)) <= 12 &&
+                std::abs(qBlue(p) - qBlue(colour)) <= 12)
+                ++count;
+        }
+    return count;
+}
+
+bool writeState(const QTemporaryDir& root, const QByteArray& document)
+{
+    QDir().mkpath(root.filePath(u"Vistrel"_s));
+    QFile file(root.filePath(u"Vistrel/VistrelState.json"_s));
+    return file.open(QIODevice::WriteOnly) && file.write(document) == document.size();
+}
+
+PlatformChoiceInputs inputs(const QString& forced, const QString& platform,
+                            std::optional<QString> missing)
+{
+    PlatformChoiceInputs result;
+    result.forcedBackend = forced;
+    result.qtPlatformName = platform;
+    result.x11MissingReason = std::move(missing);
+    return result;
+}
+
+} // namespace
+
+class TestAppEnvironment : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void choosesTheBackend_data()
+    {
+        QTest::addColumn<PlatformChoiceInputs>("given");
+        QTest::addColumn<PlatformBackendKind>("kind");
+        QTest::addColumn<QString>("reasonPart");
+
+        const QString noDisplay = u"No X display could be opened."_s;
+        QTest::newRow("xcb") << inputs({}, u"xcb"_s, std::nullopt) << PlatformBackendKind::x11
+                             << u"X11 session"_s;
+        // Our windows are X windows even when the extensions are missing: the
+        // permission then explains.
+        QTest::newRow("xcb without capture access")
+            << inputs({}, u"xcb"_s, noDisplay) << PlatformBackendKind::x11 << u"X11"_s;
+        QTest::newRow("wayland with an X display beside it")
+            << inputs({}, u"wayland"_s, std::nullopt) << PlatformBackendKind::x11
+            << u"\"wayland\""_s;
+        QTest::newRow("wayland without X")
+            << inputs({}, u"wayland"_s, noDisplay) << PlatformBackendKind::unavailable << noDisplay;
+        QTest::newRow("forced sim needs no display")
+            << inputs(u"sim"_s, u"wayland"_s, noDisplay) << PlatformBackendKind::sim
+            << u"VISTREL_BACKEND=sim"_s;
+        QTest::newRow("forced x11") << inputs(u"x11"_s, u"offscreen"_s, noDisplay)
+                                    << PlatformBackendKind::x11 << u"forced"_s;
+        QTest::newRow("unknown forced value is named and ignored")
+            << inputs(u"metal"_s, u"offscreen"_s, noDisplay) << PlatformBackendKind::unavailable
+            << u"\"metal\""_s;
+    }
+
+    void choosesTheBackend()
+    {
+        QFETCH(PlatformChoiceInputs, given);
+        QFETCH(PlatformBackendKind, kind);
+        QFETCH(QString, reasonPart);
+        const PlatformChoice choice = choosePlatformBackend(given);
+        QCOMPARE(caseName(choice.kind), caseName(kind));
+        QVERIFY2(choice.reason.contains(reasonPart), qPrintable(choice.reason));
+    }
+
+    // The allowed application's windows reach the output window's pixels on
+    // the canvas colour; nothing else does, and the picture keeps the
+    // canvas's aspect ratio with the canvas in the bars.
+    void outputWindowShowsTheAllowedApplication()
+    {
+        QTemporaryDir root;
+        QVERIFY(writeState(root, R"({ "policy": { "mode": "allowList",
+                 "allowList": { "applications": [ { "applicationName": "Editor",
+                                  "bundleIdentifier": "org.example.Editor" } ], "windows": [] },
+                 "blockList": { "applications": [], "windows": [] } },
+               "outputFrameMode": "screen", "outputContentMode": "sanitized",
+               "canvasBackground": { "mode": "white" } })"));
+        AppEnvironment environment(createPlatformServices({PlatformBackendKind::sim, u"test"_s}),
+                                   root.path());
+        OutputWindow window(environment.outputViewModel(), environment.windowRegistry());
+        QCOMPARE(window.windowTitle(), u"Vistrel Output"_s);
+        QCOMPARE(window.size(), QSize(1280, 780));
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(environment.windowRegistry().hasWindow(ManagedWindowKind::output));
+        QVERIFY(environment.windowRegistry().windowNumbers().contains(quint32(window.winId())));
+        // Hidden until there is something live to show.
+        QVERIFY(!window.videoWidget()->isVisible());
+
+        environment.mainViewModel().start();
+        QImage picture;
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                picture = window.grab().toImage();
+                return countNear(picture, editorMain) > 10000;
+            },
+            10000));
+        QVERIFY(window.videoWidget()->isVisible());
+        QCOMPARE(countNear(picture, browser), 0);
+        QCOMPARE(countNear(picture, chat), 0);
+
+        // The 1920 x 1048 usable area letter-boxed into 1280 x 780: white
+        // bars of about 40 pixels above and below, the picture between.
+        const QRect video = window.videoWidget()->geometry();
+        QVERIFY2(qAbs(video.height() - 699) <= 1 && video.width() == 1280,
+                 qPrintable(u"%1x%2"_s.arg(video.width()).arg(video.height())));
+        QCOMPARE(QColor(picture.pixel(640, 20)), QColor(Qt::white));
+        QCOMPARE(QColor(picture.pixel(640, 760)), QColor(Qt::white));
+        QVERIFY(!environment.outputViewModel().showsNotice());
+    }
+
+    // No capture at all: the permission reads as missing and the output
+    // window says so instead of staying black.
+    void unavailableBackendExplainsTheMissingAccess()
+    {
+        QTemporaryDir root;
+        AppEnvironment environment(createPlatformServices({PlatformBackendKind::unavailable,
+                                                           u"No X display could be opened."_s}),
+                                   root.path());
+        OutputWindow window(environment.outputViewModel(), environment.windowRegistry());
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        environment.mainViewModel().start();
+        OutputViewModel& output = environment.outputViewModel();
+        // The engine is told to blank one debounce delay after start.
+        QTRY_VERIFY_WITH_TIMEOUT(output.streamStatus().isBlank(), 5000);
+        QVERIFY(output.showsNotice());
+        QCOMPARE(output.noticeTitle(), u"Screen Recording Permission Required"_s);
+        QVERIFY(!window.videoWidget()->isVisible());
+        // The notice's light text on the black canvas, in the middle band.
+        const QImage middle = window.grab(QRect(0, 300, 1280, 180)).toImage();
+        int light = 0;
+        for (int y = 0; y < middle.height(); ++y)
+            for (int x = 0; x < middle.width(); ++x)
+                light += qGray(middle.pixel(x, y)) > 160;
+        QVERIFY2(light > 200, qPrintable(QString::number(light)));
+    }
+
+    void videoRectKeepsTheCanvasAspect_data()
+    {
+        QTest::addColumn<QSizeF>("canvas");
+        QTest::addColumn<QRectF>("space");
+        QTest::addColumn<QRectF>("expected");
+
+        QTest::newRow("16:9 in a square: bars above and below")
+            << QSizeF(1920, 1080) << QRectF(0, 0, 900, 900) << QRectF(0, 196.875, 900, 506.25);
+        QTest::newRow("portrait in a landscape space: bars left and right")
+            << QSizeF(1080, 1920) << QRectF(10, 20, 1280, 720) << QRectF(447.5, 20, 405, 720);
+        QTest::newRow("same aspect fills the space")
+            << QSizeF(2560, 1440) << QRectF(0, 0, 1280, 720) << QRectF(0, 0, 1280, 720);
+        QTest::newRow("empty canvas takes the whole space")
+            << QSizeF(0, 1080) << QRectF(0, 0, 640, 480) << QRectF(0, 0, 640, 480);
+    }
+
+    void videoRectKeepsTheCanvasAspect()
+    {
+        QFETCH(QSizeF, canvas);
+        QFETCH(QRectF, space);
+        QFETCH(QRectF, expected);
+        QCOMPARE(OutputWindow::videoRect(canvas, space), expected);
+    }
+
+    void canvasImageCoversTheWindow()
+    {
+        // A square image in a wide window: scaled to the width, cropped
+        // above and below, centred.
+        QCOMPARE(OutputWindow::fillRect(QSizeF(100, 100), QRectF(0, 0, 400, 200)),
+                 QRectF(0, -100, 400, 400));
+        QCOMPARE(OutputWindow::fillRect(QSizeF(300, 100), QRectF(0, 0, 400, 400)),
+                 QRectF(-400, 0, 1200, 400));
+    }
+};
+
+QTEST_MAIN(TestAppEnvironment)
+#include "tst_app_environment.moc"
