@@ -1,0 +1,426 @@
+#include "support_coordination_rig.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace vistrel;
+using namespace vistrel::test;
+
+namespace {
+
+const QString nothingTitle = u"Nothing Is Currently Selected to Share"_s;
+const QString nothingMessage = u"Nothing is currently selected to share."_s;
+const QString permissionTitle = u"Screen Recording Permission Required"_s;
+const QString permissionMessage = u"Vistrel needs Screen Recording permission to discover windows "
+                                  "and build the sanitized output stream."_s;
+
+QImage canvasImage()
+{
+    QImage image(4, 3, QImage::Format_RGB32);
+    image.fill(Qt::darkCyan);
+    return image;
+}
+
+ShareableDisplay displayOfSize(quint32 id, const QSizeF& size)
+{
+    ShareableDisplay display;
+    display.id = id;
+    display.name = u"D%1"_s.arg(id);
+    display.frame = QRectF(QPointF(0, 0), size);
+    display.logicalSize = size;
+    display.pixelSize = size;
+    return display;
+}
+
+SampleBuffer frame()
+{
+    SampleBuffer buffer;
+    buffer.image = QImage(16, 9, QImage::Format_ARGB32_Premultiplied);
+    buffer.image.fill(Qt::red);
+    buffer.dataReady = true;
+    buffer.frameStatus = qint64(FrameStatus::complete);
+    return buffer;
+}
+
+CameraOverlayConfiguration cameraOn(const QString& deviceID)
+{
+    CameraOverlayConfiguration configuration;
+    configuration.isEnabled = true;
+    configuration.cameraDeviceID = deviceID;
+    return configuration;
+}
+
+} // namespace
+
+class OutputViewModelTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    // The publishers' values as the services announce them; the model only
+    // sees what its subscriptions deliver.
+    void noticeTable_data()
+    {
+        QTest::addColumn<StreamStatus>("status");
+        QTest::addColumn<bool>("permissionMissing");
+        QTest::addColumn<OutputContentMode>("contentMode");
+        QTest::addColumn<bool>("image");
+        QTest::addColumn<bool>("frameShown");
+        QTest::addColumn<bool>("shows");
+        QTest::addColumn<OutputBlankReason>("reason");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("message");
+
+        const auto sanitized = OutputContentMode::sanitized;
+        const auto desktop = OutputContentMode::fullDesktop;
+        using R = OutputBlankReason;
+        const auto blank = [](R reason) {
+            return StreamStatus::blank(reason);
+        };
+        const QString preparing = u"Preparing Vistrel Output"_s;
+        const QString applying =
+            u"Applying the latest content filter and waiting for the first sanitized frame."_s;
+
+        QTest::newRow("idle on the plain canvas")
+            << StreamStatus::idle() << false << sanitized << false << false << false
+            << R::nothingSelected << nothingTitle << nothingMessage;
+        QTest::newRow("idle, full desktop")
+            << StreamStatus::idle() << false << desktop << false << false << true
+            << R::nothingSelected << nothingTitle << nothingMessage;
+        QTest::newRow("idle, full desktop, no permission")
+            << StreamStatus::idle() << true << desktop << false << false << true
+            << R::permissionMissing << permissionTitle << nothingMessage;
+        QTest::newRow("idle, image canvas")
+            << StreamStatus::idle() << false << desktop << true << false << false
+            << R::nothingSelected << nothingTitle << nothingMessage;
+        QTest::newRow("nothing selected on the plain canvas")
+            << blank(R::nothingSelected) << false << sanitized << false << false << false
+            << R::nothingSelected << nothingTitle << nothingMessage;
+        QTest::newRow("nothing selected, full desktop")
+            << blank(R::nothingSelected) << false << desktop << false << false << true
+            << R::nothingSelected << nothingTitle << nothingMessage;
+        QTest::newRow("starting, no frame yet")
+            << StreamStatus::starting() << false << sanitized << false << false << true
+            << R::nothingSelected << preparing << applying;
+        QTest::newRow("starting, first frame drawn")
+            << StreamStatus::starting() << false << sanitized << false << true << false
+            << R::nothingSelected << preparing << applying;
+        QTest::newRow("running before the first frame")
+            << StreamStatus::running() << false << desktop << false << false << false
+            << R::nothingSelected << nothingTitle << QString();
+        QTest::newRow("running, permission since revoked")
+            << StreamStatus::running() << true << sanitized << false << false << false
+            << R::permissionMissing << permissionTitle << QString();
+        QTest::newRow("failed") << StreamStatus::failed(u"The stream stopped."_s) << false
+                                << sanitized << false << false << true << R::nothingSelected
+                                << u"Vistrel Output Could Not Start"_s << u"The stream stopped."_s;
+        QTest::newRow("failed over a drawn frame")
+            << StreamStatus::failed(u"x"_s) << false << sanitized << false << true << false
+            << R::nothingSelected << u"Vistrel Output Could Not Start"_s << u"x"_s;
+        QTest::newRow("permission missing, even on the plain canvas")
+            << blank(R::permissionMissing) << true << sanitized << false << false << true
+            << R::permissionMissing << permissionTitle << permissionMessage;
+        QTest::newRow("no display")
+            << blank(R::noDisplaySelected) << false << sanitized << true << false << true
+            << R::noDisplaySelected << u"Choose a Display"_s
+            << u"Select a display to use as the sanitized output canvas before starting the "
+               "stream."_s;
+        QTest::newRow("panic")
+            << blank(R::panicHidden) << false << sanitized << false << false << true
+            << R::panicHidden << u"Vistrel Output Is Blank"_s
+            << u"Panic Hide is active. Resume output when you are ready to share again."_s;
+        QTest::newRow("content unavailable")
+            << blank(R::contentUnavailable) << false << desktop << false << false << true
+            << R::contentUnavailable << u"Selected Sources Are Unavailable"_s
+            << u"The selected display or windows are no longer available. Refresh discovery or "
+               "choose another source."_s;
+        // The blank's own reason wins over the permission.
+        QTest::newRow("panic without permission")
+            << blank(R::panicHidden) << true << sanitized << false << false << true
+            << R::panicHidden << u"Vistrel Output Is Blank"_s
+            << u"Panic Hide is active. Resume output when you are ready to share again."_s;
+    }
+
+    void noticeTable()
+    {
+        QFETCH(StreamStatus, status);
+        QFETCH(bool, permissionMissing);
+        QFETCH(OutputContentMode, contentMode);
+        QFETCH(bool, image);
+        QFETCH(bool, frameShown);
+        QFETCH(bool, shows);
+        QFETCH(OutputBlankReason, reason);
+        QFETCH(QString, title);
+        QFETCH(QString, message);
+
+        CoordinationRig rig;
+        OutputViewModel& model = rig.makeOutputViewModel();
+        settle();
+
+        if (permissionMissing) {
+            rig.permission->setGranted(false);
+            rig.permissionManager.refreshState();
+        }
+        Q_EMIT rig.engine.streamStatusChanged(status);
+        Q_EMIT rig.engine.outputContentModeChanged(contentMode);
+        if (image)
+            Q_EMIT rig.engine.canvasBackgroundImageChanged(canvasImage());
+        if (frameShown)
+            Q_EMIT rig.renderer.hasDisplayedFrameChanged(true);
+        settle();
+
+        QCOMPARE(model.streamStatus(), status);
+        QCOMPARE(model.showsNotice(), shows);
+        QCOMPARE(vistrel::toString(model.effectiveBlankReason()), vistrel::toString(reason));
+        QCOMPARE(model.noticeTitle(), title);
+        QCOMPARE(model.noticeMessage(), message);
+    }
+
+    void noticeFollowsTheRealPipeline()
+    {
+        CoordinationRig rig;
+        SinkDisplayLayer layer;
+        rig.renderer.addDisplayLayer(&layer);
+        MainViewModel& main = rig.makeMainViewModel();
+        OutputViewModel& model = rig.makeOutputViewModel();
+        settle();
+        // Nothing asked yet: the black sanitized canvas is the picture.
+        QVERIFY(!model.showsNotice());
+        QVERIFY(!model.isLightCanvas());
+
+        main.setOutputContentMode(OutputContentMode::fullDesktop);
+        settle();
+        QVERIFY(model.showsNotice());
+        QCOMPARE(model.noticeTitle(), nothingTitle);
+
+        // Hold the stream's start: the output stays "starting".
+        rig.backend.ledger().setHoldsCompletions(true);
+        QVERIFY(rig.startAndDiscover());
+        QTRY_COMPARE_WITH_TIMEOUT(model.streamStatus(), StreamStatus::starting(), 3000);
+        QVERIFY(model.showsNotice());
+        QCOMPARE(model.noticeTitle(), u"Preparing Vistrel Output"_s);
+        QVERIFY(!model.hasLiveFrame());
+
+        // A frame drawn ends the notice, though the status still says starting.
+        rig.renderer.enqueue(frame());
+        settle();
+        QVERIFY(model.hasDisplayedFrame());
+        QCOMPARE(model.streamStatus(), StreamStatus::starting());
+        QVERIFY(!model.showsNotice());
+
+        // Panic blanks the output, resets the picture and shows the notice.
+        rig.backend.ledger().setHoldsCompletions(false);
+        rig.backend.ledger().releaseCompletions();
+        main.setPanicHidden(true);
+        QTRY_COMPARE_WITH_TIMEOUT(model.streamStatus(),
+                                  StreamStatus::blank(OutputBlankReason::panicHidden), 3000);
+        QVERIFY(model.isPanicHidden());
+        QVERIFY(!model.hasDisplayedFrame());
+        QVERIFY(model.showsNotice());
+        QCOMPARE(model.noticeTitle(), u"Vistrel Output Is Blank"_s);
+    }
+
+    void canvasSizeFallbacks_data()
+    {
+        QTest::addColumn<std::optional<QSizeF>>("activeCanvas");
+        QTest::addColumn<std::optional<QSizeF>>("activeDisplay");
+        QTest::addColumn<bool>("selectRight"); // the right display is 1280 x 1024
+        QTest::addColumn<QSizeF>("expected");
+
+        using S = std::optional<QSizeF>;
+        QTest::newRow("nothing known") << S() << S() << false << QSizeF(1920, 1080);
+        QTest::newRow("active canvas")
+            << S(QSizeF(800, 450)) << S(QSizeF(1600, 900)) << true << QSizeF(800, 450);
+        QTest::newRow("empty canvas: active display")
+            << S(QSizeF(0, 450)) << S(QSizeF(1600, 900)) << true << QSizeF(1600, 900);
+        QTest::newRow("selected display") << S() << S() << true << QSizeF(1280, 1024);
+        QTest::newRow("negative canvas: selected display")
+            << S(QSizeF(-5, -5)) << S() << true << QSizeF(1280, 1024);
+    }
+
+    void canvasSizeFallbacks()
+    {
+        QFETCH(std::optional<QSizeF>, activeCanvas);
+        QFETCH(std::optional<QSizeF>, activeDisplay);
+        QFETCH(bool, selectRight);
+        QFETCH(QSizeF, expected);
+
+        SimScene sceneData = standardScene();
+        sceneData.displays[1].frame = QRectF(1920, 0, 1280, 1024);
+        CoordinationRig rig(sceneData);
+        MainViewModel& main = rig.makeMainViewModel();
+        OutputViewModel& model = rig.makeOutputViewModel();
+        if (selectRight) {
+            rig.discovery.refreshOnce();
+            QTRY_COMPARE_WITH_TIMEOUT(main.displays().size(), 2, 3000);
+            main.selectDisplay(scene::rightDisplay);
+        }
+        settle();
+        if (activeCanvas)
+            Q_EMIT rig.engine.activeCanvasSizeChanged(activeCanvas);
+        if (activeDisplay)
+            Q_EMIT rig.engine.activeDisplayChanged(displayOfSize(9, *activeDisplay));
+        settle();
+        QCOMPARE(model.canvasSize(), expected);
+    }
+
+    void preferredDisplayAndRecenterToken()
+    {
+        CoordinationRig rig;
+        PersistedAppState state;
+        state.selectedDisplayID = scene::rightDisplay;
+        rig.writeState(state);
+        MainViewModel& main = rig.makeMainViewModel();
+        OutputViewModel& model = rig.makeOutputViewModel();
+        QSignalSpy tokenSpy(&model, &OutputViewModel::outputRecenterTokenChanged);
+        settle();
+        // The selection current at creation is no change.
+        QCOMPARE(model.outputRecenterToken(), 0u);
+        QCOMPARE(model.preferredDisplay(), std::nullopt); // not discovered yet
+
+        rig.discovery.refreshOnce();
+        QTRY_COMPARE_WITH_TIMEOUT(model.preferredDisplay().value_or(ShareableDisplay{}).name,
+                                  u"Right"_s, 3000);
+        QCOMPARE(model.outputRecenterToken(), 0u);
+
+        // Each published selection counts, also two within one turn.
+        main.selectDisplay(scene::leftDisplay);
+        main.selectDisplay(std::nullopt);
+        QCOMPARE(model.outputRecenterToken(), 0u);
+        settle();
+        QCOMPARE(model.outputRecenterToken(), 2u);
+        QCOMPARE(model.preferredDisplay(), std::nullopt);
+        main.selectDisplay(std::nullopt);
+        main.selectDisplay(99);
+        settle();
+        QCOMPARE(model.outputRecenterToken(), 3u);
+        QCOMPARE(model.preferredDisplay(), std::nullopt);
+        // Display validation moves the selection too.
+        rig.discovery.refreshOnce();
+        QTRY_COMPARE_WITH_TIMEOUT(model.outputRecenterToken(), 4u, 3000);
+        QCOMPARE(model.preferredDisplay().value_or(ShareableDisplay{}).name, u"Left"_s);
+        QCOMPARE(tokenSpy.count(), 4);
+    }
+
+    void mirroredValuesArriveOneTurnLater()
+    {
+        CoordinationRig rig;
+        rig.makeMainViewModel(); // configures the engine's canvas from the state file
+        rig.engine.updateCanvas(OutputContentMode::sanitized, CanvasBackgroundMode::white);
+        OutputViewModel& model = rig.makeOutputViewModel();
+        // Copied at creation.
+        QCOMPARE(model.canvasBackgroundColor(), QColor(Qt::white));
+        QVERIFY(model.isLightCanvas());
+
+        rig.engine.updateCanvas(OutputContentMode::sanitized, CanvasBackgroundMode::gray);
+        rig.engine.blank(OutputBlankReason::contentUnavailable);
+        QCOMPARE(model.canvasBackgroundColor(), QColor(Qt::white));
+        QCOMPARE(model.streamStatus(), StreamStatus::idle());
+        settle();
+        QCOMPARE(model.canvasBackgroundColor(), CaptureEngine::grayCanvasBackgroundColor);
+        QVERIFY(!model.isLightCanvas());
+        QCOMPARE(model.streamStatus(), StreamStatus::blank(OutputBlankReason::contentUnavailable));
+
+        // Gone: later publications go nowhere.
+        rig.engine.blank(OutputBlankReason::noDisplaySelected);
+        rig.mainViewModel->selectDisplay(scene::leftDisplay);
+        rig.outputViewModel.reset();
+        settle();
+    }
+
+    void lightCanvas_data()
+    {
+        QTest::addColumn<OutputContentMode>("mode");
+        QTest::addColumn<QColor>("color");
+        QTest::addColumn<bool>("image");
+        QTest::addColumn<bool>("light");
+
+        QTest::newRow("white") << OutputContentMode::sanitized << QColor(Qt::white) << false
+                               << true;
+        QTest::newRow("white under an image")
+            << OutputContentMode::sanitized << QColor(Qt::white) << true << false;
+        QTest::newRow("full desktop")
+            << OutputContentMode::fullDesktop << QColor(Qt::white) << false << false;
+        QTest::newRow("off-white")
+            << OutputContentMode::sanitized << QColor(254, 255, 255) << false << false;
+        QTest::newRow("gray") << OutputContentMode::sanitized
+                              << CaptureEngine::grayCanvasBackgroundColor << false << false;
+    }
+
+    void lightCanvas()
+    {
+        QFETCH(OutputContentMode, mode);
+        QFETCH(QColor, color);
+        QFETCH(bool, image);
+        QFETCH(bool, light);
+
+        CoordinationRig rig;
+        OutputViewModel& model = rig.makeOutputViewModel();
+        settle();
+        Q_EMIT rig.engine.outputContentModeChanged(mode);
+        Q_EMIT rig.engine.canvasBackgroundColorChanged(color);
+        if (image)
+            Q_EMIT rig.engine.canvasBackgroundImageChanged(canvasImage());
+        settle();
+        QCOMPARE(model.isLightCanvas(), light);
+        QCOMPARE(model.presentsCanvasAsContent(), image || mode == OutputContentMode::sanitized);
+    }
+
+    void cameraFollowsTheOverlaySettings()
+    {
+        CoordinationRig rig;
+        TestPatternOptions options;
+        options.openDelay = std::chrono::milliseconds(300);
+        rig.cameraPort.setOptions(options);
+        PersistedAppState state;
+        state.cameraOverlay = cameraOn(TestPatternCameraPort::deviceID(0));
+        rig.writeState(state);
+        MainViewModel& main = rig.makeMainViewModel();
+        OutputViewModel& model = rig.makeOutputViewModel();
+        QCOMPARE(model.cameraOverlay(), state.cameraOverlay);
+
+        // Handed to the camera on the first turn; opening takes a while.
+        QVERIFY(!rig.cameraSessionManager.captureSession());
+        settle();
+        QVERIFY(!rig.cameraSessionManager.isRunning());
+        QVERIFY(!model.showsCameraOverlay());
+
+        QSignalSpy presentation(&model, &OutputViewModel::presentationChanged);
+        QTRY_VERIFY_WITH_TIMEOUT(rig.cameraSessionManager.isRunning(), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(model.showsCameraOverlay(), 2000);
+        QVERIFY(presentation.count() >= 1);
+        QCOMPARE(rig.cameraSessionManager.currentDeviceID(),
+                 std::optional(TestPatternCameraPort::deviceID(0)));
+
+        // Panic hides the bubble; the camera keeps running.
+        main.setPanicHidden(true);
+        settle();
+        QVERIFY(!model.showsCameraOverlay());
+        QVERIFY(rig.cameraSessionManager.isRunning());
+        main.setPanicHidden(false);
+        settle();
+        QVERIFY(model.showsCameraOverlay());
+
+        // Turned off: the camera stops.
+        CameraOverlayConfiguration off = main.cameraOverlay();
+        off.isEnabled = false;
+        main.setCameraOverlay(off);
+        settle();
+        QCOMPARE(model.cameraOverlay(), off);
+        QVERIFY(!rig.cameraSessionManager.isRunning());
+        QVERIFY(!model.showsCameraOverlay());
+
+        // Enabled without a camera chosen: nothing runs.
+        CameraOverlayConfiguration noDevice = off;
+        noDevice.isEnabled = true;
+        noDevice.cameraDeviceID.reset();
+        main.setCameraOverlay(noDevice);
+        settle();
+        QTest::qWait(400);
+        QVERIFY(!rig.cameraSessionManager.isRunning());
+        QVERIFY(!model.showsCameraOverlay());
+    }
+};
+
+QTEST_GUILESS_MAIN(OutputViewModelTest)
+#include "tst_output_view_model.moc"
