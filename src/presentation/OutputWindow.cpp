@@ -188,10 +188,20 @@ void OutputWindow::paintEvent(QPaintEvent*)
     QPainter painter(this);
     painter.fillRect(rect(), m_viewModel.canvasBackgroundColor());
     const QImage image = m_viewModel.canvasBackgroundImage();
-    if (!image.isNull()) {
-        painter.setRenderHint(QPainter::SmoothPixmapTransform);
-        painter.drawImage(fillRect(image.size(), rect()), image);
+    if (image.isNull()) {
+        m_scaledCanvasImage = QPixmap();
+        return;
     }
+    // Every video frame repaints the window behind the video, so the image
+    // is scaled once per size rather than on every paint.
+    const QRect target = fillRect(image.size(), rect()).toAlignedRect();
+    if (m_scaledCanvasImage.isNull() || m_scaledCanvasImageKey != image.cacheKey() ||
+        m_scaledCanvasImage.size() != target.size()) {
+        m_scaledCanvasImage = QPixmap::fromImage(
+            image.scaled(target.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+        m_scaledCanvasImageKey = image.cacheKey();
+    }
+    painter.drawPixmap(target.topLeft(), m_scaledCanvasImage);
 }
 
 void OutputWindow::resizeEvent(QResizeEvent* event)

@@ -13,6 +13,7 @@
 // Coordinates: widget pixels, y down. Threading: main thread only. The view
 // model, registry and renderer must outlive the window.
 
+#include <QPixmap>
 #include <QRectF>
 #include <QSizeF>
 #include <QWidget>
@@ -57,6 +58,8 @@ private:
     OutputViewModel& m_viewModel;
     VideoLayerWidget* m_video;
     Overlay* m_overlay;
+    QPixmap m_scaledCanvasImage;
+    qint64 m_scaledCanvasImageKey = 0;
 };
 
 } // namespace vistrel

@@ -103,18 +103,47 @@ private Q_SLOTS:
         QVERIFY2(choice.reason.contains(reasonPart), qPrintable(choice.reason));
     }
 
+    void outputWindowShowsTheAllowedApplication_data()
+    {
+        QTest::addColumn<QByteArray>("canvas");
+        QTest::addColumn<QColor>("top");
+        QTest::addColumn<QColor>("bottom");
+
+        QTest::newRow("white canvas")
+            << QByteArray(R"({ "mode": "white" })") << QColor(Qt::white) << QColor(Qt::white);
+        // Top half magenta, bottom half cyan: the image fills the window
+        // behind the transparent parts of the picture.
+        QTest::newRow("image canvas")
+            << QByteArray(R"({ "mode": "customImage", "imageDisplayName": "Backdrop.png",
+                               "imageRelativePath": "CanvasBackgrounds/backdrop.png" })")
+            << QColor(Qt::magenta) << QColor(Qt::cyan);
+    }
+
     // The allowed application's windows reach the output window's pixels on
-    // the canvas colour; nothing else does, and the picture keeps the
-    // canvas's aspect ratio with the canvas in the bars.
+    // the canvas; nothing else does, and the picture keeps the canvas's
+    // aspect ratio with the canvas in the bars.
     void outputWindowShowsTheAllowedApplication()
     {
+        QFETCH(QByteArray, canvas);
+        QFETCH(QColor, top);
+        QFETCH(QColor, bottom);
+
         QTemporaryDir root;
         QVERIFY(writeState(root, R"({ "policy": { "mode": "allowList",
                  "allowList": { "applications": [ { "applicationName": "Editor",
                                   "bundleIdentifier": "org.example.Editor" } ], "windows": [] },
                  "blockList": { "applications": [], "windows": [] } },
                "outputFrameMode": "screen", "outputContentMode": "sanitized",
-               "canvasBackground": { "mode": "white" } })"));
+               "canvasBackground": )" +
+                                     canvas + "}"));
+        QImage backdrop(1600, 900, QImage::Format_RGB32);
+        backdrop.fill(Qt::cyan);
+        for (int y = 0; y < 450; ++y)
+            for (int x = 0; x < 1600; ++x)
+                backdrop.setPixel(x, y, qRgb(255, 0, 255));
+        QVERIFY(QDir().mkpath(root.filePath(u"Vistrel/CanvasBackgrounds"_s)));
+        QVERIFY(backdrop.save(root.filePath(u"Vistrel/CanvasBackgrounds/backdrop.png"_s)));
+
         AppEnvironment environment(createPlatformServices({PlatformBackendKind::sim, u"test"_s}),
                                    root.path());
         OutputWindow window(environment.outputViewModel(), environment.windowRegistry());
@@ -139,13 +168,15 @@ private Q_SLOTS:
         QCOMPARE(countNear(picture, browser), 0);
         QCOMPARE(countNear(picture, chat), 0);
 
-        // The 1920 x 1048 usable area letter-boxed into 1280 x 780: white
-        // bars of about 40 pixels above and below, the picture between.
+        // The 1920 x 1048 usable area letter-boxed into 1280 x 780: bars of
+        // about 40 pixels above and below, the picture between; the canvas
+        // shows in the bars and where no window is.
         const QRect video = window.videoWidget()->geometry();
         QVERIFY2(qAbs(video.height() - 699) <= 1 && video.width() == 1280,
                  qPrintable(u"%1x%2"_s.arg(video.width()).arg(video.height())));
-        QCOMPARE(QColor(picture.pixel(640, 20)), QColor(Qt::white));
-        QCOMPARE(QColor(picture.pixel(640, 760)), QColor(Qt::white));
+        QCOMPARE(QColor(picture.pixel(640, 20)), top);
+        QCOMPARE(QColor(picture.pixel(640, 760)), bottom);
+        QCOMPARE(QColor(picture.pixel(1200, 300)), top);
         QVERIFY(!environment.outputViewModel().showsNotice());
     }
 

@@ -170,11 +170,14 @@ void TestVistrelX11::outputShowsOnlyAdmittedApplications()
         QTest::qWait(200);
     }
     // Scaled to the window: 560 x 380 at one half (the 2560-wide display in
-    // 1280 pixels) is about 53,000 pixels per window.
-    for (QRgb colour : shown)
-        QVERIFY2(countNear(picture, colour) > 40000,
-                 qPrintable(u"#%1 covers only %2 pixels"_s.arg(hexColour(colour))
-                                .arg(countNear(picture, colour))));
+    // 1280 pixels) is about 53,000 pixels per window, and each shown window
+    // appears once: were the output window itself captured, its own picture
+    // would add a smaller copy of every shown window.
+    for (QRgb colour : shown) {
+        const int count = countNear(picture, colour);
+        QVERIFY2(count > 45000 && count < 60000,
+                 qPrintable(u"#%1 covers %2 pixels"_s.arg(hexColour(colour)).arg(count)));
+    }
     picture.save(QDir::temp().filePath(
         u"vistrel-x11-%1.png"_s.arg(QString::fromUtf8(QTest::currentDataTag()))
             .replace(u' ', u'-')
