@@ -87,6 +87,7 @@ public:
     int writes() const { return m_writes; }
     // Milliseconds since construction at which each write was first seen.
     QList<qint64> seenAt() const { return m_seenAt; }
+    qint64 elapsed() const { return m_clock.elapsed(); }
 
 private:
     void sample();
