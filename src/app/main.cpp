@@ -8,6 +8,7 @@
 
 #include <QApplication>
 #include <QLoggingCategory>
+#include <cstdio>
 #include <cstdlib>
 #include <utility>
 
@@ -32,6 +33,26 @@ void finishLiveEnvironment()
     }
 }
 
+// Qt aborts when it finds no display to open windows on. That is the user's
+// set-up, not a crash: while the application object is being built, a fatal
+// message ends the process with a hint and status 1 instead.
+QtMessageHandler previousMessageHandler = nullptr;
+
+void startupMessageHandler(QtMsgType type, const QMessageLogContext& context,
+                           const QString& message)
+{
+    if (type != QtFatalMsg) {
+        previousMessageHandler(type, context, message);
+        return;
+    }
+    std::fprintf(stderr,
+                 "%s\nvistrel: no display to show its windows on. Run it in an X11 session "
+                 "(DISPLAY set to a reachable X server).\n",
+                 qUtf8Printable(message));
+    std::fflush(stderr);
+    std::_Exit(1);
+}
+
 class ExitHook {
 public:
     explicit ExitHook(vistrel::AppEnvironment& environment)
@@ -52,7 +73,9 @@ public:
 
 int main(int argc, char** argv)
 {
+    previousMessageHandler = qInstallMessageHandler(startupMessageHandler);
     QApplication app(argc, argv);
+    qInstallMessageHandler(previousMessageHandler);
     QApplication::setApplicationName(u"Vistrel"_s);
     QGuiApplication::setDesktopFileName(u"vistrel"_s);
 
@@ -64,5 +87,6 @@ int main(int argc, char** argv)
     // Nothing is discovered or captured before the first window is up.
     environment.mainViewModel().start();
 
+    // Closing the output window, the only window so far, quits.
     return app.exec();
 }

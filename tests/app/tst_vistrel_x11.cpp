@@ -79,6 +79,8 @@ class TestVistrelX11 : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
+    void refusesToStartWithoutADisplay_data();
+    void refusesToStartWithoutADisplay();
     void outputShowsOnlyAdmittedApplications_data();
     void outputShowsOnlyAdmittedApplications();
     // Last: stops the session.
@@ -113,6 +115,32 @@ void TestVistrelX11::initTestCase()
         QVERIFY2(id, qPrintable(client->lastError()));
         m_clients.push_back(std::move(client));
     }
+}
+
+void TestVistrelX11::refusesToStartWithoutADisplay_data()
+{
+    QTest::addColumn<QString>("display");
+    QTest::newRow("DISPLAY unset") << QString();
+    QTest::newRow("DISPLAY unreachable") << u":4000"_s;
+}
+
+// A clear message and status 1, not Qt's abort.
+void TestVistrelX11::refusesToStartWithoutADisplay()
+{
+    QFETCH(QString, display);
+    QProcess app;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
+    environment.remove(u"DISPLAY"_s);
+    if (!display.isEmpty())
+        environment.insert(u"DISPLAY"_s, display);
+    app.setProcessEnvironment(environment);
+    app.setProcessChannelMode(QProcess::MergedChannels);
+    app.start(qEnvironmentVariable("VISTREL_APP"), {});
+    QVERIFY(app.waitForFinished(15000));
+    const QString report = failureReport(app);
+    QVERIFY2(app.exitStatus() == QProcess::NormalExit && app.exitCode() == 1, qPrintable(report));
+    QVERIFY2(report.contains(u"vistrel: no display to show its windows on"_s), qPrintable(report));
 }
 
 void TestVistrelX11::outputShowsOnlyAdmittedApplications_data()
