@@ -209,7 +209,9 @@ void X11CaptureWorker::run(Started started)
 
     bool dirty = true;
     bool screenChanged = false;
-    qint64 lastFrame = 0;
+    // Frames are paced by when they were started, so that the time spent
+    // building one does not stretch the interval to the next.
+    qint64 lastFrameStart = 0;
     qint64 lastCursorPoll = 0;
     xcb_flush(c);
 
@@ -301,8 +303,9 @@ void X11CaptureWorker::run(Started started)
             dirty |= compositor.pollCursor();
         }
 
-        int timeoutMs = -1;
-        if (dirty && now - lastFrame >= interval) {
+        qint64 timeoutNs = -1;
+        if (dirty && now - lastFrameStart >= interval) {
+            const qint64 frameStart = now;
             // The frame is built with the server held still: after the
             // round trip every event up to now is in our queue, and nobody
             // can map, reparent or paint between what we learn from them and
@@ -320,30 +323,32 @@ void X11CaptureWorker::run(Started started)
             xcb_flush(c);
             if (status == X11Compositor::Status::frame) {
                 dirty = false;
-                lastFrame = monotonicNs();
+                lastFrameStart = frameStart;
+                const qint64 presented = monotonicNs();
                 if (m_screenOutput) {
                     if (auto delegate = m_delegate.lock()) {
                         SampleBuffer buffer;
                         buffer.image = std::move(image);
                         buffer.dataReady = true;
                         buffer.frameStatus = qint64(FrameStatus::complete);
-                        buffer.presentationTimeNs = lastFrame;
+                        buffer.presentationTimeNs = presented;
                         delegate->streamDidOutputSampleBuffer(buffer, SampleOutputType::screen);
                     }
                 }
             } else {
                 // Every buffer is still in flight, or the read failed (a
                 // vanished window mid-frame): try again shortly.
-                timeoutMs = 2;
+                timeoutNs = 2'000'000;
             }
             now = monotonicNs();
         }
-        if (dirty && timeoutMs < 0)
-            timeoutMs = int(std::max<qint64>(0, (lastFrame + interval - now) / 1'000'000));
+        // Waits are exact to the nanosecond: a wait rounded down to whole
+        // milliseconds would spin through the last one before each frame.
+        if (dirty && timeoutNs < 0)
+            timeoutNs = std::max<qint64>(0, lastFrameStart + interval - now);
         if (session.configuration.showsCursor) {
-            const int poll =
-                int(std::max<qint64>(1, (lastCursorPoll + interval - now) / 1'000'000));
-            timeoutMs = timeoutMs < 0 ? poll : std::min(timeoutMs, poll);
+            const qint64 poll = std::max<qint64>(1'000'000, lastCursorPoll + interval - now);
+            timeoutNs = timeoutNs < 0 ? poll : std::min(timeoutNs, poll);
         }
         xcb_flush(c);
         // Events read while we waited for replies are already queued: the
@@ -356,7 +361,8 @@ void X11CaptureWorker::run(Started started)
         if (handledQueued)
             continue;
         pollfd fds[2] = {{xcb_get_file_descriptor(c), POLLIN, 0}, {m_wakeFd, POLLIN, 0}};
-        ::poll(fds, 2, timeoutMs);
+        const timespec timeout{time_t(timeoutNs / 1'000'000'000), long(timeoutNs % 1'000'000'000)};
+        ::ppoll(fds, 2, timeoutNs < 0 ? nullptr : &timeout, nullptr);
         if (fds[1].revents & POLLIN) {
             quint64 drained = 0;
             (void)!read(m_wakeFd, &drained, sizeof drained);
