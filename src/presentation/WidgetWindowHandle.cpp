@@ -4,6 +4,7 @@
 #include <QGuiApplication>
 #include <QTimer>
 #include <QWidget>
+#include <QWindow>
 #include <QWindowStateChangeEvent>
 
 namespace vistrel {
@@ -44,23 +45,42 @@ void WidgetWindowHandle::deminiaturize()
     if (!m_widget->isMinimized())
         return;
     m_widget->setWindowState(m_widget->windowState() & ~Qt::WindowMinimized);
-    m_widget->show();
+    mapAndRaise(m_activationRequested ||
+                QGuiApplication::applicationState() == Qt::ApplicationActive);
 }
 
 void WidgetWindowHandle::makeKeyAndOrderFront()
 {
-    m_widget->show();
-    m_widget->raise();
     // Taking the focus while another application is active would steal it;
     // only an explicit activation may do that.
-    if (m_activationRequested || QGuiApplication::applicationState() == Qt::ApplicationActive)
-        m_widget->activateWindow();
+    const bool takeFocus =
+        m_activationRequested || QGuiApplication::applicationState() == Qt::ApplicationActive;
     m_activationRequested = false;
+    mapAndRaise(takeFocus);
+    if (takeFocus)
+        m_widget->activateWindow();
 }
 
 void WidgetWindowHandle::orderFrontRegardless()
 {
-    m_widget->show();
+    mapAndRaise(QGuiApplication::applicationState() == Qt::ApplicationActive);
+}
+
+void WidgetWindowHandle::mapAndRaise(bool mayTakeFocus)
+{
+    if (!m_widget->isVisible()) {
+        // Window managers focus a newly mapped window unless its user time
+        // says otherwise. The widget attribute for that is only read when the
+        // native window is created, so the request goes to the window itself
+        // (the property Qt's X11 backend reads on every show).
+        m_widget->winId();
+        if (QWindow* window = m_widget->windowHandle()) {
+            window->setProperty("_q_showWithoutActivating",
+                                !mayTakeFocus ||
+                                    m_widget->testAttribute(Qt::WA_ShowWithoutActivating));
+        }
+        m_widget->show();
+    }
     m_widget->raise();
 }
 

@@ -40,6 +40,7 @@ protected:
 private:
     explicit WidgetWindowHandle(QWidget* window);
     void settleClose();
+    void mapAndRaise(bool mayTakeFocus);
 
     QWidget* m_widget; // the parent; outlives the handle
     bool m_activationRequested = false;
