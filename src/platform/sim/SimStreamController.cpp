@@ -34,6 +34,11 @@ SimStreamController::SimStreamController(SimWorld& world, ContentFilter filter,
 SimStreamController::~SimStreamController()
 {
     m_running = false;
+    // A running frame clock belongs to the worker thread: it has to be
+    // stopped there, before the thread ends.
+    QMetaObject::invokeMethod(
+        m_worker.get(), [this] { delete m_worker->findChild<QTimer*>(); },
+        Qt::BlockingQueuedConnection);
     m_thread.quit();
     m_thread.wait();
     m_worker.reset(); // its thread has finished: safe to delete from here
