@@ -3,7 +3,10 @@
 // The whole persisted state, one JSON document ("VistrelState.json").
 //
 // Written pretty-printed with the keys of every object sorted; optional
-// values are omitted, never null; dates as in IsoDate.h.
+// values are omitted, never null; dates as in IsoDate.h (written in UTC with
+// whole seconds; read with a fraction of a second, which is dropped, or with
+// a numeric offset, which is converted to UTC; a date without a zone is
+// rejected, like any other unreadable value).
 //
 // Read strictly: the document must be a JSON object holding a valid
 // "policy"; any failure anywhere (invalid JSON, wrong type, unknown

@@ -89,6 +89,8 @@ private Q_SLOTS:
     void exampleDocumentValues();
     void rejectsWholeDocument_data();
     void rejectsWholeDocument();
+    void displayIDsAtTheBounds_data();
+    void displayIDsAtTheBounds();
     void onlyPolicyReadsAsDefault();
     void alwaysOnTopFalseSurvives();
     void savedDocumentKeys();
@@ -210,6 +212,34 @@ void PersistedStateTest::rejectsWholeDocument()
     QVERIFY(!decoded);
     QCOMPARE(decoded.error().path, path);
     QVERIFY(!decoded.error().description().isEmpty());
+}
+
+void PersistedStateTest::displayIDsAtTheBounds_data()
+{
+    // Written as JSON text, because how a number is spelled decides how the
+    // parser stores it (integer or double).
+    QTest::addColumn<QByteArray>("number");
+    QTest::addColumn<quint32>("id");
+    QTest::newRow("zero") << QByteArray("0") << 0u;
+    QTest::newRow("negative zero") << QByteArray("-0") << 0u;
+    QTest::newRow("largest") << QByteArray("4294967295") << 4294967295u;
+    QTest::newRow("largest as double") << QByteArray("4294967295.0") << 4294967295u;
+    QTest::newRow("exponent") << QByteArray("1e3") << 1000u;
+}
+
+void PersistedStateTest::displayIDsAtTheBounds()
+{
+    QFETCH(QByteArray, number);
+    QFETCH(quint32, id);
+    QByteArray document = bytesOf({{u"policy"_s, emptyPolicy()}});
+    document.insert(document.indexOf('{') + 1, "\"selectedDisplayID\": " + number + ",");
+    const auto decoded = decodePersistedAppState(document);
+    QVERIFY2(decoded, qPrintable(decoded ? QString() : decoded.error().description()));
+    QCOMPARE(decoded->selectedDisplayID, std::optional<quint32>(id));
+    // Written back as a plain integer that reads the same.
+    const QByteArray written = encodePersistedAppState(decoded.value()).value();
+    QVERIFY(written.contains("\"selectedDisplayID\": " + QByteArray::number(id) + "\n"));
+    QCOMPARE(decodePersistedAppState(written).value(), decoded.value());
 }
 
 void PersistedStateTest::onlyPolicyReadsAsDefault()
