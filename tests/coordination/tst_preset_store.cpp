@@ -369,6 +369,8 @@ void PresetStoreTest::rejectsNonImages_data()
     QTest::newRow("1x1 image") << u"1x1"_s;
     QTest::newRow("1 pixel high") << u"40x1"_s;
     QTest::newRow("truncated PNG") << u"truncated"_s;
+    QTest::newRow("PNG signature over garbage") << u"garbage"_s;
+    QTest::newRow("empty file") << u"empty"_s;
     QTest::newRow("missing file") << u"missing"_s;
     QTest::newRow("folder") << u"folder"_s;
     QTest::newRow("remote URL") << u"remote"_s;
@@ -390,6 +392,15 @@ void PresetStoreTest::rejectsNonImages()
         const QByteArray bytes = snapshot(full).bytes;
         QVERIFY(writeFile(m_sources + u"/cut.png"_s, bytes.left(bytes.size() / 2)));
         url = QUrl::fromLocalFile(m_sources + u"/cut.png"_s);
+    } else if (kind == u"garbage"_s || kind == u"empty"_s) {
+        QByteArray bytes;
+        if (kind == u"garbage"_s) {
+            bytes = QByteArray("\x89PNG\r\n\x1a\n");
+            for (int i = 0; i < 4096; ++i)
+                bytes += char((i * 131) % 251);
+        }
+        QVERIFY(writeFile(m_sources + u"/broken.png"_s, bytes));
+        url = QUrl::fromLocalFile(m_sources + u"/broken.png"_s);
     } else if (kind == u"missing"_s) {
         url = QUrl::fromLocalFile(m_sources + u"/gone.png"_s);
     } else if (kind == u"folder"_s) {
