@@ -8,13 +8,13 @@
 //   vistrel-bench-x11 --display :57 --client PATH [--server-pid PID] [--seconds 10] [--fps 60]
 //   vistrel-bench-x11 --display :57 --snapshot out.png [--allow PID,...] [--exclude PID,...]
 
+#include "bench_measure.h"
 #include "platform/x11/X11CaptureStream.h"
 #include "platform/x11/XcbPtr.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QProcess>
 #include <QRect>
 #include <QThread>
@@ -23,74 +23,13 @@
 #include <cstdio>
 #include <mutex>
 #include <optional>
-#include <sys/resource.h>
-#include <time.h>
-#include <unistd.h>
 #include <vector>
 
 using namespace Qt::StringLiterals;
 using namespace vistrel;
+using namespace vistrel::bench;
 
 namespace {
-
-qint64 nowNs()
-{
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return qint64(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
-}
-
-double selfCpuMs()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3 +
-           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
-}
-
-// utime + stime of another process, milliseconds (clock-tick resolution).
-double processCpuMs(qint64 pid)
-{
-    QFile stat(u"/proc/%1/stat"_s.arg(pid));
-    if (!stat.open(QIODevice::ReadOnly))
-        return 0;
-    const QByteArray text = stat.readAll();
-    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
-    if (fields.size() < 13)
-        return 0;
-    const double ticks = fields[11].toDouble() + fields[12].toDouble();
-    return ticks * 1000.0 / double(sysconf(_SC_CLK_TCK));
-}
-
-qint64 serverPid(const QString& display)
-{
-    QString number = display.mid(display.indexOf(u':') + 1);
-    number.truncate(number.indexOf(u'.') < 0 ? number.size() : number.indexOf(u'.'));
-    QFile lock(u"/tmp/.X%1-lock"_s.arg(number));
-    if (!lock.open(QIODevice::ReadOnly))
-        return 0;
-    return lock.readAll().trimmed().toLongLong();
-}
-
-QByteArray loadAverage()
-{
-    QFile file(u"/proc/loadavg"_s);
-    if (!file.open(QIODevice::ReadOnly))
-        return "?";
-    return file.readAll().split(' ').mid(0, 3).join(' ');
-}
-
-// Keeps the main thread's event loop going while waking rarely: its own CPU
-// is part of what the capture process is charged.
-void settle(int ms)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < ms) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-        QThread::msleep(std::clamp<qint64>(ms - timer.elapsed(), 0, 50));
-    }
-}
 
 // Counts frames. Reading a pixel is the only per-frame work, unless the last
 // frame is wanted (a copy, kept out of the timed runs).
@@ -190,16 +129,6 @@ std::optional<QRect> locate(xcb_connection_t* c, xcb_window_t root, xcb_window_t
     return std::nullopt;
 }
 
-struct Run {
-    QString name;
-    int frames = 0;
-    double seconds = 0;
-    double selfMs = 0;
-    double serverMs = 0;
-    int leaks = -1; // frames showing a window the filter hides; -1: not checked
-    bool failed = false;
-};
-
 StreamConfiguration configurationAt(int fps, bool cursor)
 {
     StreamConfiguration configuration;
@@ -238,66 +167,6 @@ Run measureStream(const QString& name, const QString& display, const ContentFilt
     if (failure)
         std::fprintf(stderr, "%s: %s\n", qPrintable(name),
                      qPrintable(failure->localizedDescription));
-    return run;
-}
-
-// The last complete "frame=N" line of ffmpeg's -progress output.
-class ProgressReader {
-public:
-    int frames(QProcess& ffmpeg)
-    {
-        m_pending += ffmpeg.readAllStandardOutput();
-        qsizetype end;
-        while ((end = m_pending.indexOf('\n')) >= 0) {
-            const QByteArray line = m_pending.left(end).trimmed();
-            m_pending.remove(0, end + 1);
-            if (line.startsWith("frame="))
-                m_frames = line.mid(6).toInt();
-        }
-        return m_frames;
-    }
-
-private:
-    QByteArray m_pending;
-    int m_frames = 0;
-};
-
-Run measureGrab(const QString& name, const QString& display, QSize size, int fps, int seconds,
-                qint64 xPid)
-{
-    QProcess ffmpeg;
-    ffmpeg.setProcessChannelMode(QProcess::SeparateChannels);
-    // No codec named: the null muxer takes the grabbed frames by reference,
-    // so the grab itself is what costs (a copying encoder would add its own).
-    ffmpeg.start(u"ffmpeg"_s, {u"-hide_banner"_s, u"-loglevel"_s, u"error"_s, u"-nostats"_s,
-                               u"-progress"_s, u"pipe:1"_s, u"-stats_period"_s, u"0.1"_s, u"-f"_s,
-                               u"x11grab"_s, u"-framerate"_s, QString::number(fps),
-                               u"-video_size"_s, u"%1x%2"_s.arg(size.width()).arg(size.height()),
-                               u"-i"_s, display + u"+0,0"_s, u"-f"_s, u"null"_s, u"-"_s});
-    Run run;
-    run.name = name;
-    if (!ffmpeg.waitForStarted(5000)) {
-        std::fprintf(stderr, "ffmpeg did not start: %s\n", qPrintable(ffmpeg.errorString()));
-        run.failed = true;
-        return run;
-    }
-    ProgressReader progress;
-    settle(1000);
-    const int frames0 = progress.frames(ffmpeg);
-    const double cpu0 = processCpuMs(ffmpeg.processId());
-    const double server0 = processCpuMs(xPid);
-    const qint64 t0 = nowNs();
-    settle(seconds * 1000);
-    run.frames = progress.frames(ffmpeg) - frames0;
-    run.seconds = (nowNs() - t0) / 1e9;
-    run.selfMs = processCpuMs(ffmpeg.processId()) - cpu0;
-    run.serverMs = processCpuMs(xPid) - server0;
-    run.failed = ffmpeg.state() != QProcess::Running;
-    if (run.failed)
-        std::fprintf(stderr, "ffmpeg: %s\n", ffmpeg.readAllStandardError().constData());
-    ffmpeg.terminate();
-    if (!ffmpeg.waitForFinished(3000))
-        ffmpeg.kill();
     return run;
 }
 
