@@ -164,6 +164,45 @@ private Q_SLOTS:
         QVERIFY(sink->waitForFrame([](const QImage& i) { return alphaAt(i, 1100, 700) == 0; }));
     }
 
+    void popupsOfAnAllowedProcessShowEachTimeTheyOpen_data()
+    {
+        QTest::addColumn<QByteArray>("flags");
+        QTest::newRow("paints on its first Expose") << QByteArray();
+        QTest::newRow("paints as soon as it is mapped") << QByteArray("now");
+    }
+
+    // Menus opened one after another over a window of a process that is not
+    // shared: each must reach the picture whole, however its paint falls
+    // against the capture's reset of the fresh pixmap, and no frame may show
+    // what lay under it.
+    void popupsOfAnAllowedProcessShowEachTimeTheyOpen()
+    {
+        QFETCH(QByteArray, flags);
+        auto sink = std::make_shared<FrameSink>();
+        std::atomic<int> leaked{0};
+        sink->setCheck([&](const QImage& i) {
+            if (countColour(i, green) > 0)
+                leaked.fetch_add(1);
+        });
+        auto s = stream(allowList({m_a->pid()}), sink);
+        QVERIFY(!startStream(*s));
+        QVERIFY(sink->waitForFrame([](const QImage& i) { return rgbAt(i, 200, 200) == red; }));
+
+        const QRect menuRect(560, 300, 150, 200); // over b only
+        const int whole = menuRect.width() * menuRect.height();
+        for (int round = 0; round < 8; ++round) {
+            const quint32 menu = m_a->popup(cyan, menuRect, flags);
+            QVERIFY(menu);
+            const bool shown =
+                sink->waitForFrame([&](const QImage& i) { return countColour(i, cyan) == whole; });
+            m_a->on("close", menu);
+            QVERIFY2(shown, qPrintable(u"menu %1 never showed whole"_s.arg(round + 1)));
+            QVERIFY(sink->waitForFrame([](const QImage& i) { return countColour(i, cyan) == 0; }));
+        }
+        QCOMPARE(leaked.load(), 0);
+        QCOMPARE(sink->malformed(), 0);
+    }
+
     void allowListExtraWindowOfAnotherProcess()
     {
         auto sink = std::make_shared<FrameSink>();

@@ -54,7 +54,7 @@ inline xcb_atom_t clientAtom(xcb_connection_t* c, const char* name)
     return atom;
 }
 
-// Commands: window COLOR X Y W H [or] [ellipse] | popup COLOR X Y W H |
+// Commands: window COLOR X Y W H [or] [ellipse] [now] | popup COLOR X Y W H [now] |
 // map ID | unmap ID | raise ID | lower ID | move ID X Y | resize ID W H |
 // title ID TEXT | color ID COLOR | close ID | sync | quit. Colours are RRGGBB.
 inline int runClient()
@@ -117,19 +117,28 @@ inline int runClient()
         return w.id;
     };
 
+    auto handle = [&](xcb_generic_event_t* e) {
+        if ((e->response_type & 0x7f) == XCB_EXPOSE) {
+            auto* expose = reinterpret_cast<xcb_expose_event_t*>(e);
+            if (auto it = windows.find(expose->window); it != windows.end())
+                paint(it->second);
+        }
+        free(e);
+    };
+
     std::string pending;
     bool running = true;
     while (running) {
+        // The round trip after each command reads whatever events came
+        // before its reply into xcb's queue, where poll() cannot see them:
+        // an Expose left there would never be answered.
+        while (xcb_generic_event_t* e = xcb_poll_for_queued_event(c))
+            handle(e);
+        xcb_flush(c);
         pollfd fds[2] = {{0, POLLIN, 0}, {xcb_get_file_descriptor(c), POLLIN, 0}};
         poll(fds, 2, -1);
-        while (xcb_generic_event_t* e = xcb_poll_for_event(c)) {
-            if ((e->response_type & 0x7f) == XCB_EXPOSE) {
-                auto* expose = reinterpret_cast<xcb_expose_event_t*>(e);
-                if (auto it = windows.find(expose->window); it != windows.end())
-                    paint(it->second);
-            }
-            free(e);
-        }
+        while (xcb_generic_event_t* e = xcb_poll_for_event(c))
+            handle(e);
         xcb_flush(c);
         if (fds[0].revents & (POLLIN | POLLHUP)) {
             char buffer[512];
@@ -157,6 +166,10 @@ inline int runClient()
                 const bool ellipse = !strcmp(extra, "ellipse") || !strcmp(extra2, "ellipse");
                 answer = create(a, x, y, w, h, overrideRedirect, ellipse);
                 xcb_map_window(c, answer);
+                // Like a menu that draws right away instead of waiting for
+                // its first Expose.
+                if (!strcmp(extra, "now") || !strcmp(extra2, "now"))
+                    paint(windows[answer]);
             } else if (command == "sync" || command == "quit") {
                 running = command == "sync";
             } else {
@@ -398,12 +411,13 @@ public:
                        ' ' + QByteArray::number(geometry.width()) + ' ' +
                        QByteArray::number(geometry.height()) + ' ' + flags);
     }
-    quint32 popup(quint32 rgb, QRect geometry)
+    // flags "now": the client paints right after mapping, before any Expose.
+    quint32 popup(quint32 rgb, QRect geometry, const QByteArray& flags = {})
     {
         return command("popup " + QByteArray::number(rgb, 16) + ' ' +
                        QByteArray::number(geometry.x()) + ' ' + QByteArray::number(geometry.y()) +
                        ' ' + QByteArray::number(geometry.width()) + ' ' +
-                       QByteArray::number(geometry.height()));
+                       QByteArray::number(geometry.height()) + ' ' + flags);
     }
     void on(const char* verb, quint32 window, const QByteArray& args = {})
     {
