@@ -9,7 +9,6 @@
 #include <QRectF>
 #include <QSizeF>
 #include <QString>
-
 #include <variant>
 
 namespace vistrel {
@@ -28,7 +27,7 @@ struct CapturePlan {
     ContentFilter filter;
     ShareableDisplay display;
     QString signature;
-    QRectF sourceRect;       // display-local, points, y-down
+    QRectF sourceRect;        // display-local, points, y-down
     QSizeF canvasLogicalSize; // always sourceRect's size
     bool usesTransparentCanvas = false;
     bool isFullDesktopCapture = false;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QImage>
-
 #include <optional>
 
 namespace vistrel {
@@ -31,8 +30,8 @@ struct SampleBuffer {
 
     friend bool operator==(const SampleBuffer& a, const SampleBuffer& b)
     {
-        return a.image == b.image && a.dataReady == b.dataReady &&
-               a.frameStatus == b.frameStatus && a.presentationTimeNs == b.presentationTimeNs;
+        return a.image == b.image && a.dataReady == b.dataReady && a.frameStatus == b.frameStatus &&
+               a.presentationTimeNs == b.presentationTimeNs;
     }
 };
 

@@ -8,7 +8,6 @@
 #include <QList>
 #include <QRectF>
 #include <QString>
-
 #include <optional>
 
 namespace vistrel {

@@ -9,7 +9,6 @@
 #include <QList>
 #include <QRectF>
 #include <QString>
-
 #include <optional>
 
 namespace vistrel {

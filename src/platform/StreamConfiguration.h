@@ -6,7 +6,6 @@
 #include <QColor>
 #include <QRectF>
 #include <QString>
-
 #include <optional>
 
 namespace vistrel {
