@@ -85,8 +85,11 @@ bool X11WindowTree::initialize()
         readAttributes(*w);
         if (w->mapped) {
             resolveFacts(*w);
-            // Already on screen: its pixels have been painted.
-            setFull(*w);
+            // The redirection just gave it a pixmap filled from the screen,
+            // where windows above it showed: only what its owner paints from
+            // now on counts.
+            forgetPainting(*w);
+            requestRepaint(w->id);
         }
     }
     return true;
@@ -171,14 +174,6 @@ void X11WindowTree::forgetPainting(TopLevel& w)
     xcb_xfixes_set_region(m_c, w.valid, 0, nullptr);
     w.clipStale = true;
     w.shapeStale = true;
-}
-
-void X11WindowTree::setFull(TopLevel& w)
-{
-    const xcb_rectangle_t all{qint16(-w.border), qint16(-w.border), quint16(w.outer.width()),
-                              quint16(w.outer.height())};
-    xcb_xfixes_set_region(m_c, w.valid, 1, &all);
-    w.clipStale = true;
 }
 
 void X11WindowTree::readAttributes(TopLevel& w)

@@ -91,7 +91,6 @@ private:
     std::optional<qint32> ownerPid(xcb_window_t window);
     WindowKind kindOf(xcb_window_t client);
     xcb_atom_t intern(const char* name);
-    void setFull(TopLevel& window);
     void forgetPainting(TopLevel& window);
 
     xcb_connection_t* m_c;
