@@ -68,7 +68,7 @@ std::optional<QString> TestClient::command(const QString& line, const QStringLis
 {
     m_process->write(line.toUtf8() + '\n');
     m_process->waitForBytesWritten(1000);
-    return waitForLine(answerPrefixes, std::chrono::seconds(5));
+    return waitForLine(answerPrefixes, std::chrono::seconds(15));
 }
 
 static quint32 idOf(const std::optional<QString>& answer)
@@ -190,7 +190,7 @@ std::unique_ptr<TestClient> X11TestSession::spawnClient(const QString& wmClass,
         m_error = u"the test client did not start"_s;
         return nullptr;
     }
-    const auto ready = client->waitForLine({u"ready "_s}, std::chrono::seconds(5));
+    const auto ready = client->waitForLine({u"ready "_s}, std::chrono::seconds(15));
     if (!ready) {
         m_error = client->lastError();
         return nullptr;

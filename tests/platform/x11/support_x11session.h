@@ -32,7 +32,7 @@ namespace vistrel::testsupport {
 // Polls the condition (processing events in between) until it holds or the
 // timeout passes; returns its last value.
 bool waitUntil(const std::function<bool()>& condition,
-               std::chrono::milliseconds timeout = std::chrono::seconds(5));
+               std::chrono::milliseconds timeout = std::chrono::seconds(15));
 
 // A vistrel-testclient process. Commands and answers as documented in the
 // client's source; each call waits for the answer line.

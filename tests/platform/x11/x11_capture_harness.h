@@ -240,7 +240,7 @@ inline int runClient()
 // ---------------------------------------------------------------- test side
 
 // Waits, running the event loop, until done() or the timeout.
-inline bool waitFor(const std::function<bool()>& done, int timeoutMs = 5000)
+inline bool waitFor(const std::function<bool()>& done, int timeoutMs = 15000)
 {
     QElapsedTimer timer;
     timer.start();
@@ -480,7 +480,7 @@ public:
         return m_stopError;
     }
     // Waits for a frame for which `test` holds.
-    bool waitForFrame(const std::function<bool(const QImage&)>& test, int timeoutMs = 5000) const
+    bool waitForFrame(const std::function<bool(const QImage&)>& test, int timeoutMs = 15000) const
     {
         return waitFor(
             [&] {
