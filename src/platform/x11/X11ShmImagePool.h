@@ -2,10 +2,16 @@
 
 // A fixed set of shared-memory frame buffers, allocated once per output size
 // (the first read into a fresh segment is slow, so segments are reused).
-// Images handed out wrap pool memory; the buffer returns to the pool when
-// the last copy of its image goes away, from whatever thread that happens.
+// Images handed out wrap pool memory read-only; the buffer returns to the
+// pool when the last copy of its image goes away, from whatever thread that
+// happens.
+//
+// A buffer keeps the frame it last held, so only what changed since then is
+// read into it again: the pool tracks, per buffer, the region that changed
+// on the server since that buffer was filled.
 
 #include <QImage>
+#include <QRegion>
 #include <QSize>
 #include <memory>
 #include <xcb/shm.h>
@@ -31,6 +37,13 @@ public:
     // null when every buffer is still in flight.
     Buffer* acquire();
     xcb_shm_seg_t segment(const Buffer* buffer) const;
+    // Worker thread. The source changed inside `region` (pool coordinates),
+    // or everywhere.
+    void changed(const QRegion& region);
+    void changedEverywhere();
+    // Reads into the buffer what changed since it was last filled. False
+    // when the server refused a read (the buffer then counts as unfilled).
+    bool fill(Buffer* buffer, xcb_drawable_t source);
     // Wraps a filled buffer; the buffer stays out until the image is gone.
     QImage wrap(Buffer* buffer);
     // Gives back a buffer that was acquired but not wrapped.
@@ -38,11 +51,17 @@ public:
 
 private:
     void discard();
+    bool readWhole(Buffer* buffer, xcb_drawable_t source);
+    bool readParts(Buffer* buffer, xcb_drawable_t source, const QRegion& region);
 
     xcb_connection_t* m_c;
     bool m_valid = false;
     QSize m_size;
     std::shared_ptr<State> m_state;
+    // Sub-rectangles arrive packed, so they are read here first and copied
+    // row by row into the buffer.
+    xcb_shm_seg_t m_scratchSegment = 0;
+    uchar* m_scratch = nullptr;
 };
 
 } // namespace vistrel::x11
