@@ -136,7 +136,7 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
     const xcb_rectangle_t all{0, 0, w, h};
     xcb_poly_fill_rectangle(m_c, m_background, m_backgroundGc, 1, &all);
 
-    m_pool = std::make_unique<X11ShmImagePool>(m_c, output, queueDepth);
+    m_pool = std::make_unique<X11ShmImagePool>(m_c, output, queueDepth, m_screen->root);
     return m_pool->isValid();
 }
 

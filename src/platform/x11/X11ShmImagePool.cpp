@@ -2,6 +2,7 @@
 
 #include "platform/x11/XcbPtr.h"
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 #include <sys/ipc.h>
@@ -13,6 +14,7 @@ namespace vistrel::x11 {
 struct X11ShmImagePool::Buffer {
     State* owner = nullptr;
     xcb_shm_seg_t segment = 0;
+    xcb_pixmap_t pixmap = 0; // the segment as a pixmap, when the server shares them
     uchar* memory = nullptr;
     bool inUse = false;
     // Worker thread only: what changed since this buffer was last filled.
@@ -76,11 +78,20 @@ constexpr double wholeReadShare = 0.5;
 // More rectangles than this are read as their bounding rectangle.
 constexpr int maxParts = 32;
 
+bool sharesPixmaps(xcb_connection_t* c)
+{
+    auto [version, error] = xcbReply(xcb_shm_query_version_reply, c, xcb_shm_query_version(c));
+    return version && version->shared_pixmaps &&
+           version->pixmap_format == XCB_IMAGE_FORMAT_Z_PIXMAP;
+}
+
 } // namespace
 
-X11ShmImagePool::X11ShmImagePool(xcb_connection_t* connection, QSize size, int count)
+X11ShmImagePool::X11ShmImagePool(xcb_connection_t* connection, QSize size, int count,
+                                 xcb_window_t root)
     : m_c(connection), m_size(size), m_state(std::make_shared<State>())
 {
+    const bool pixmaps = root != XCB_NONE && sharesPixmaps(m_c);
     const size_t bytes = size_t(size.width()) * size_t(size.height()) * 4;
     m_state->buffers.resize(size_t(std::max(count, 1)));
     for (Buffer& b : m_state->buffers) {
@@ -91,11 +102,38 @@ X11ShmImagePool::X11ShmImagePool(xcb_connection_t* connection, QSize size, int c
             discard();
             return;
         }
+        if (pixmaps) {
+            b.pixmap = xcb_generate_id(m_c);
+            auto error = XcbError(xcb_request_check(
+                m_c, xcb_shm_create_pixmap_checked(m_c, b.pixmap, root, quint16(size.width()),
+                                                   quint16(size.height()), 32, b.segment, 0)));
+            if (error)
+                b.pixmap = 0;
+        }
     }
-    m_scratchSegment = attachSegment(m_c, bytes, &m_scratch);
-    if (!m_scratchSegment) {
-        discard();
-        return;
+    // All buffers are pixmaps or none is: one way of reading per pool.
+    const bool allPixmaps = std::all_of(m_state->buffers.begin(), m_state->buffers.end(),
+                                        [](const Buffer& b) { return b.pixmap != 0; });
+    for (Buffer& b : m_state->buffers) {
+        if (b.pixmap && !allPixmaps)
+            xcb_free_pixmap(m_c, b.pixmap);
+        if (!allPixmaps)
+            b.pixmap = 0;
+    }
+    if (allPixmaps) {
+        m_copyGc = xcb_generate_id(m_c);
+        const quint32 noExposures = 0;
+        xcb_create_gc(m_c, m_copyGc, m_state->buffers.front().pixmap, XCB_GC_GRAPHICS_EXPOSURES,
+                      &noExposures);
+    }
+    for (const Buffer& b : m_state->buffers) {
+        if (!b.pixmap && !m_scratchSegment) {
+            m_scratchSegment = attachSegment(m_c, bytes, &m_scratch);
+            if (!m_scratchSegment) {
+                discard();
+                return;
+            }
+        }
     }
     m_valid = true;
 }
@@ -111,9 +149,16 @@ void X11ShmImagePool::discard()
 {
     // Buffers still in flight keep their memory (the images own a reference
     // to the state); the server lets go of every segment now.
-    for (Buffer& b : m_state->buffers)
+    for (Buffer& b : m_state->buffers) {
+        if (b.pixmap)
+            xcb_free_pixmap(m_c, b.pixmap);
+        b.pixmap = 0;
         if (b.segment)
             xcb_shm_detach(m_c, b.segment);
+    }
+    if (m_copyGc)
+        xcb_free_gc(m_c, m_copyGc);
+    m_copyGc = 0;
     if (m_scratchSegment)
         xcb_shm_detach(m_c, m_scratchSegment);
     m_scratchSegment = 0;
@@ -177,6 +222,11 @@ bool X11ShmImagePool::fill(Buffer* buffer, xcb_drawable_t source)
     QRegion region = buffer->stale & bounds;
     if (region.isEmpty())
         return true;
+    if (buffer->pixmap) {
+        const bool copied = copyInto(buffer, source, region);
+        buffer->stale = copied ? QRegion() : QRegion(bounds);
+        return copied;
+    }
     qint64 pixels = 0;
     for (const QRect& r : region)
         pixels += qint64(r.width()) * r.height();
@@ -189,6 +239,20 @@ bool X11ShmImagePool::fill(Buffer* buffer, xcb_drawable_t source)
                         : readParts(buffer, source, region);
     buffer->stale = ok ? QRegion() : QRegion(bounds);
     return ok;
+}
+
+bool X11ShmImagePool::copyInto(Buffer* buffer, xcb_drawable_t source, const QRegion& region)
+{
+    QList<xcb_rectangle_t> rects;
+    for (const QRect& r : region)
+        rects.append({qint16(r.x()), qint16(r.y()), quint16(r.width()), quint16(r.height())});
+    xcb_set_clip_rectangles(m_c, XCB_CLIP_ORDERING_UNSORTED, m_copyGc, 0, 0, quint32(rects.size()),
+                            rects.constData());
+    // Checked: the buffer is handed out only once the server has written it.
+    auto error = XcbError(xcb_request_check(
+        m_c, xcb_copy_area_checked(m_c, source, buffer->pixmap, m_copyGc, 0, 0, 0, 0,
+                                   quint16(m_size.width()), quint16(m_size.height()))));
+    return !error;
 }
 
 bool X11ShmImagePool::readWhole(Buffer* buffer, xcb_drawable_t source)

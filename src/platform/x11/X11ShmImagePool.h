@@ -24,8 +24,11 @@ public:
     struct Buffer;
     struct State;
 
-    // Worker thread. count buffers of size pixels, 32 bits each.
-    X11ShmImagePool(xcb_connection_t* connection, QSize size, int count);
+    // Worker thread. count buffers of size pixels, 32 bits each. With the
+    // screen's root given and a server that shares pixmaps, each buffer is
+    // also a 32-bit pixmap, and a read is a clipped copy on the server.
+    X11ShmImagePool(xcb_connection_t* connection, QSize size, int count,
+                    xcb_window_t root = XCB_NONE);
     ~X11ShmImagePool();
     X11ShmImagePool(const X11ShmImagePool&) = delete;
     X11ShmImagePool& operator=(const X11ShmImagePool&) = delete;
@@ -51,6 +54,7 @@ public:
 
 private:
     void discard();
+    bool copyInto(Buffer* buffer, xcb_drawable_t source, const QRegion& region);
     bool readWhole(Buffer* buffer, xcb_drawable_t source);
     bool readParts(Buffer* buffer, xcb_drawable_t source, const QRegion& region);
 
@@ -62,6 +66,7 @@ private:
     // row by row into the buffer.
     xcb_shm_seg_t m_scratchSegment = 0;
     uchar* m_scratch = nullptr;
+    xcb_gcontext_t m_copyGc = 0; // with shared pixmaps
 };
 
 } // namespace vistrel::x11
