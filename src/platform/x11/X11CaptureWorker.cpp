@@ -239,6 +239,11 @@ void X11CaptureWorker::run(Started started)
         const auto change = tree.handleEvent(event, &window);
         if (change == X11WindowTree::Change::none)
             return;
+        // Only pure content changes may be composed in part: anything that
+        // moves, restacks, reshapes or re-owns a window, admitted or not,
+        // rebuilds the next frame whole.
+        if (change == X11WindowTree::Change::structure)
+            compositor.invalidate();
         const TopLevel* w = tree.find(window);
         if (!w) {
             dirty |= change == X11WindowTree::Change::structure;
@@ -261,6 +266,7 @@ void X11CaptureWorker::run(Started started)
                 session.filter = m_filter;
                 m_filterChanged = false;
                 m_configurationChanged |= displayChanged;
+                compositor.invalidate();
                 dirty = true;
             }
             if (m_configurationChanged) {

@@ -2,10 +2,16 @@
 
 #include "platform/x11/XcbPtr.h"
 
+#include <QLoggingCategory>
 #include <cstring>
 #include <xcb/xfixes.h>
 
 namespace vistrel::x11 {
+
+Q_LOGGING_CATEGORY(lcX11Compositor, "quorbit.Vistrel.Capture")
+
+std::atomic<int> X11Compositor::s_verified{0};
+std::atomic<int> X11Compositor::s_verifyFailures{0};
 
 namespace {
 
@@ -26,13 +32,25 @@ xcb_render_color_t renderColor(const QColor& colour)
 
 X11Compositor::X11Compositor(xcb_connection_t* connection, const xcb_screen_t* screen,
                              const X11RenderFormats& formats)
-    : m_c(connection), m_screen(screen), m_formats(formats)
+    : m_c(connection), m_screen(screen), m_formats(formats),
+      m_verify(qEnvironmentVariableIntValue("VISTREL_X11_VERIFY_FRAMES") == 1)
 {
+    for (xcb_xfixes_region_t* r : {&m_changed, &m_scratch, &m_windowClip}) {
+        *r = xcb_generate_id(m_c);
+        xcb_xfixes_create_region(m_c, *r, 0, nullptr);
+    }
+    // The desktop's own pixels change without any window being damaged
+    // (something drawing on the root); the exclusion forms repaint them.
+    m_rootDamage = xcb_generate_id(m_c);
+    xcb_damage_create(m_c, m_rootDamage, m_screen->root, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
 }
 
 X11Compositor::~X11Compositor()
 {
     releaseTargets();
+    xcb_damage_destroy(m_c, m_rootDamage);
+    for (xcb_xfixes_region_t r : {m_changed, m_scratch, m_windowClip})
+        xcb_xfixes_destroy_region(m_c, r);
     if (m_cursorPicture)
         xcb_render_free_picture(m_c, m_cursorPicture);
     if (m_cursorPixmap)
@@ -43,12 +61,14 @@ X11Compositor::~X11Compositor()
 void X11Compositor::releaseTargets()
 {
     m_pool.reset();
-    for (xcb_render_picture_t* p : {&m_canvasPicture, &m_scaledPicture, &m_backgroundPicture}) {
+    for (xcb_render_picture_t* p : {&m_canvasPicture, &m_scaledPicture, &m_backgroundPicture,
+                                    &m_verifyPicture, &m_verifyBackgroundPicture}) {
         if (*p)
             xcb_render_free_picture(m_c, *p);
         *p = 0;
     }
-    for (xcb_pixmap_t* p : {&m_canvas, &m_scaled, &m_background}) {
+    for (xcb_pixmap_t* p :
+         {&m_canvas, &m_scaled, &m_background, &m_verifyCanvas, &m_verifyBackground}) {
         if (*p)
             xcb_free_pixmap(m_c, *p);
         *p = 0;
@@ -63,6 +83,8 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
     releaseTargets();
     m_area = area;
     m_output = output;
+    m_wholeNext = true;
+    m_drawnCursor = QRect();
     const auto w = quint16(area.width());
     const auto h = quint16(area.height());
 
@@ -114,7 +136,7 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
     const xcb_rectangle_t all{0, 0, w, h};
     xcb_poly_fill_rectangle(m_c, m_background, m_backgroundGc, 1, &all);
 
-    m_pool = std::make_unique<X11ShmImagePool>(m_c, output, queueDepth);
+    m_pool = std::make_unique<X11ShmImagePool>(m_c, output, queueDepth, m_screen->root);
     return m_pool->isValid();
 }
 
@@ -144,17 +166,6 @@ bool X11Compositor::contributes(const ContentFilter& filter, const TopLevel& w) 
 {
     return w.mapped && !w.inputOnly && w.factsResolved && w.outer.intersects(m_area) &&
            admits(filter, w.facts);
-}
-
-void X11Compositor::drawBackground(X11WindowTree&)
-{
-    // Only the root's own visible pixels are copied (the GC clips by
-    // children); what windows cover keeps its last known pixels.
-    xcb_copy_area(m_c, m_screen->root, m_background, m_backgroundGc, qint16(m_area.x()),
-                  qint16(m_area.y()), 0, 0, quint16(m_area.width()), quint16(m_area.height()));
-    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_SRC, m_backgroundPicture, XCB_NONE,
-                         m_canvasPicture, 0, 0, 0, 0, 0, 0, quint16(m_area.width()),
-                         quint16(m_area.height()));
 }
 
 void X11Compositor::loadCursor()
@@ -200,16 +211,79 @@ bool X11Compositor::pollCursor()
     return m_cursorStale || before.intersects(m_area) || after.intersects(m_area);
 }
 
-void X11Compositor::drawCursor()
+QRect X11Compositor::cursorRect() const
 {
-    if (m_cursorStale)
-        loadCursor();
+    return QRect(m_cursorPosition - m_cursorHotspot - m_area.topLeft(), m_cursorSize);
+}
+
+void X11Compositor::addRect(const QRect& rect)
+{
+    const QRect inside = rect & QRect(QPoint(0, 0), m_area.size());
+    if (inside.isEmpty())
+        return;
+    const xcb_rectangle_t r{qint16(inside.x()), qint16(inside.y()), quint16(inside.width()),
+                            quint16(inside.height())};
+    xcb_xfixes_set_region(m_c, m_scratch, 1, &r);
+    xcb_xfixes_union_region(m_c, m_changed, m_scratch, m_changed);
+}
+
+void X11Compositor::drawCursor(xcb_render_picture_t target)
+{
     if (!m_cursorPicture)
         return;
-    const QPoint at = m_cursorPosition - m_cursorHotspot - m_area.topLeft();
-    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_OVER, m_cursorPicture, XCB_NONE, m_canvasPicture,
-                         0, 0, 0, 0, qint16(at.x()), qint16(at.y()), quint16(m_cursorSize.width()),
+    const QPoint at = cursorRect().topLeft();
+    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_OVER, m_cursorPicture, XCB_NONE, target, 0, 0, 0,
+                         0, qint16(at.x()), qint16(at.y()), quint16(m_cursorSize.width()),
                          quint16(m_cursorSize.height()));
+}
+
+void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fill,
+                            const QList<const TopLevel*>& windows, bool cursor,
+                            xcb_xfixes_region_t limit)
+{
+    const auto areaW = quint16(m_area.width());
+    const auto areaH = quint16(m_area.height());
+    xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, limit, 0, 0);
+    if (desktop) {
+        // Only the root's own visible pixels are copied (the GC clips by
+        // children); what windows cover keeps its last known pixels.
+        if (limit)
+            xcb_xfixes_set_gc_clip_region(m_c, m_backgroundGc, limit, 0, 0);
+        xcb_copy_area(m_c, m_screen->root, canvas.background, m_backgroundGc, qint16(m_area.x()),
+                      qint16(m_area.y()), 0, 0, areaW, areaH);
+        if (limit)
+            xcb_xfixes_set_gc_clip_region(m_c, m_backgroundGc, XCB_NONE, 0, 0);
+        xcb_render_composite(m_c, XCB_RENDER_PICT_OP_SRC, canvas.backgroundPicture, XCB_NONE,
+                             canvas.picture, 0, 0, 0, 0, 0, 0, areaW, areaH);
+    } else {
+        const xcb_rectangle_t all{0, 0, areaW, areaH};
+        xcb_render_fill_rectangles(m_c, XCB_RENDER_PICT_OP_SRC, canvas.picture, renderColor(fill),
+                                   1, &all);
+    }
+
+    for (const TopLevel* w : windows) {
+        // Draw only what the window painted, inside its shape (and the limit).
+        const QPoint origin = w->outer.topLeft() - m_area.topLeft();
+        const QPoint inside = origin + QPoint(w->border, w->border);
+        if (limit) {
+            xcb_xfixes_copy_region(m_c, w->clip, m_windowClip);
+            xcb_xfixes_translate_region(m_c, m_windowClip, qint16(inside.x()), qint16(inside.y()));
+            xcb_xfixes_intersect_region(m_c, m_windowClip, limit, m_windowClip);
+            xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, m_windowClip, 0, 0);
+        } else {
+            xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, w->clip, qint16(inside.x()),
+                                               qint16(inside.y()));
+        }
+        xcb_render_composite(
+            m_c, w->pictureHasAlpha ? XCB_RENDER_PICT_OP_OVER : XCB_RENDER_PICT_OP_SRC, w->picture,
+            XCB_NONE, canvas.picture, 0, 0, 0, 0, qint16(origin.x()), qint16(origin.y()),
+            quint16(w->outer.width()), quint16(w->outer.height()));
+    }
+    xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, limit, 0, 0);
+    if (cursor)
+        drawCursor(canvas.picture);
+    if (limit)
+        xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, XCB_NONE, 0, 0);
 }
 
 X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const ContentFilter& filter,
@@ -221,41 +295,81 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const ContentFi
     if (!buffer)
         return Status::busy;
 
-    const auto areaW = quint16(m_area.width());
-    const auto areaH = quint16(m_area.height());
-    if (drawsDesktopBackground(filter)) {
-        drawBackground(tree);
-    } else {
-        const xcb_rectangle_t all{0, 0, areaW, areaH};
-        xcb_render_fill_rectangles(m_c, XCB_RENDER_PICT_OP_SRC, m_canvasPicture, renderColor(fill),
-                                   1, &all);
-    }
+    const bool desktop = drawsDesktopBackground(filter);
+    // A scaled frame mixes neighbouring pixels: it is always built whole.
+    bool whole =
+        m_wholeNext || m_scaledPicture || desktop != m_lastDesktop || fill.rgba() != m_lastFill;
+    xcb_xfixes_set_region(m_c, m_changed, 0, nullptr);
 
+    QList<const TopLevel*> windows;
     for (xcb_window_t id : tree.stacking()) {
         TopLevel* w = tree.find(id);
         if (!w)
             continue;
+        const bool wasDrawn = w->drawn;
         w->drawn = false;
-        if (!contributes(filter, *w))
-            continue;
-        tree.takeDamage(*w);
-        if (!tree.prepare(*w))
-            continue;
-        w->drawn = true;
-        // Draw only what the window painted, inside its shape.
-        const QPoint origin = w->outer.topLeft() - m_area.topLeft();
-        xcb_xfixes_set_picture_clip_region(m_c, m_canvasPicture, w->clip,
-                                           qint16(origin.x() + w->border),
-                                           qint16(origin.y() + w->border));
-        xcb_render_composite(
-            m_c, w->pictureHasAlpha ? XCB_RENDER_PICT_OP_OVER : XCB_RENDER_PICT_OP_SRC, w->picture,
-            XCB_NONE, m_canvasPicture, 0, 0, 0, 0, qint16(origin.x()), qint16(origin.y()),
-            quint16(w->outer.width()), quint16(w->outer.height()));
+        if (contributes(filter, *w)) {
+            const bool collect = w->damaged && !whole;
+            if (collect)
+                xcb_xfixes_set_region(m_c, m_scratch, 0, nullptr);
+            tree.takeDamage(*w, collect ? m_scratch : XCB_NONE);
+            if (collect) {
+                const QPoint inside =
+                    w->outer.topLeft() - m_area.topLeft() + QPoint(w->border, w->border);
+                xcb_xfixes_translate_region(m_c, m_scratch, qint16(inside.x()), qint16(inside.y()));
+                xcb_xfixes_union_region(m_c, m_changed, m_scratch, m_changed);
+            }
+            if (tree.prepare(*w)) {
+                w->drawn = true;
+                windows.append(w);
+            }
+        }
+        // A window joining or leaving the picture uncovers what lay below it.
+        whole |= w->drawn != wasDrawn;
     }
-    xcb_xfixes_set_picture_clip_region(m_c, m_canvasPicture, XCB_NONE, 0, 0);
 
-    if (showCursor)
-        drawCursor();
+    if (desktop && !whole) {
+        xcb_damage_subtract(m_c, m_rootDamage, XCB_NONE, m_scratch);
+        xcb_xfixes_translate_region(m_c, m_scratch, qint16(-m_area.x()), qint16(-m_area.y()));
+        xcb_xfixes_union_region(m_c, m_changed, m_scratch, m_changed);
+    } else {
+        xcb_damage_subtract(m_c, m_rootDamage, XCB_NONE, XCB_NONE);
+    }
+
+    const bool reloaded = showCursor && m_cursorStale;
+    if (reloaded)
+        loadCursor();
+    const QRect cursorNow = showCursor && m_cursorPicture ? cursorRect() : QRect();
+    if (!whole && (reloaded || cursorNow != m_drawnCursor)) {
+        // The old cursor is repaired from what lies under it.
+        addRect(m_drawnCursor);
+        addRect(cursorNow);
+    }
+
+    const Canvas canvas{m_canvasPicture, m_background, m_backgroundPicture};
+    QRegion changed;
+    if (whole) {
+        compose(canvas, desktop, fill, windows, showCursor, XCB_NONE);
+    } else {
+        auto [region, error] =
+            xcbReply(xcb_xfixes_fetch_region_reply, m_c, xcb_xfixes_fetch_region(m_c, m_changed));
+        if (!region) {
+            m_pool->release(buffer);
+            m_wholeNext = true;
+            return Status::failed;
+        }
+        const xcb_rectangle_t* rects = xcb_xfixes_fetch_region_rectangles(region.get());
+        const int count = xcb_xfixes_fetch_region_rectangles_length(region.get());
+        for (int i = 0; i < count; ++i)
+            changed += QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height);
+        changed &= QRect(QPoint(0, 0), m_area.size());
+        if (!changed.isEmpty())
+            compose(canvas, desktop, fill, windows, showCursor, m_changed);
+    }
+    m_drawnCursor = cursorNow;
+    m_lastDesktop = desktop;
+    m_lastFill = fill.rgba();
+    m_wholeNext = false;
 
     xcb_drawable_t source = m_canvas;
     if (m_scaledPicture) {
@@ -264,16 +378,68 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const ContentFi
                              quint16(m_output.height()));
         source = m_scaled;
     }
-    auto [reply, error] = xcbReply(
-        xcb_shm_get_image_reply, m_c,
-        xcb_shm_get_image(m_c, source, 0, 0, quint16(m_output.width()), quint16(m_output.height()),
-                          ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, m_pool->segment(buffer), 0));
-    if (!reply) {
+    if (whole)
+        m_pool->changedEverywhere();
+    else
+        m_pool->changed(changed);
+    if (!m_pool->fill(buffer, source)) {
         m_pool->release(buffer);
+        m_wholeNext = true;
         return Status::failed;
     }
     *image = m_pool->wrap(buffer);
+    if (m_verify && !whole)
+        verify(*image, desktop, fill, windows, showCursor);
     return Status::frame;
+}
+
+void X11Compositor::verify(const QImage& delivered, bool desktop, const QColor& fill,
+                           const QList<const TopLevel*>& windows, bool cursor)
+{
+    const auto w = quint16(m_area.width());
+    const auto h = quint16(m_area.height());
+    if (!m_verifyCanvas) {
+        m_verifyCanvas = xcb_generate_id(m_c);
+        xcb_create_pixmap(m_c, 32, m_verifyCanvas, m_screen->root, w, h);
+        m_verifyPicture = xcb_generate_id(m_c);
+        xcb_render_create_picture(m_c, m_verifyPicture, m_verifyCanvas, m_formats.argb32, 0,
+                                  nullptr);
+        m_verifyBackground = xcb_generate_id(m_c);
+        xcb_create_pixmap(m_c, m_screen->root_depth, m_verifyBackground, m_screen->root, w, h);
+        const xcb_render_pictformat_t rootFormat = m_formats.forVisual(m_screen->root_visual);
+        m_verifyBackgroundPicture = xcb_generate_id(m_c);
+        xcb_render_create_picture(m_c, m_verifyBackgroundPicture, m_verifyBackground,
+                                  rootFormat ? rootFormat : m_formats.rgb24, 0, nullptr);
+    }
+    // The whole rebuild starts from the same remembered desktop, so only a
+    // difference of this frame shows.
+    xcb_copy_area(m_c, m_background, m_verifyBackground, m_backgroundGc, 0, 0, 0, 0, w, h);
+    compose({m_verifyPicture, m_verifyBackground, m_verifyBackgroundPicture}, desktop, fill,
+            windows, cursor, XCB_NONE);
+    auto [reply, error] =
+        xcbReply(xcb_get_image_reply, m_c,
+                 xcb_get_image(m_c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_verifyCanvas, 0, 0, w, h, ~0u));
+    ++s_verified;
+    if (!reply || xcb_get_image_data_length(reply.get()) < int(w) * h * 4) {
+        ++s_verifyFailures;
+        qCWarning(lcX11Compositor, "Whole rebuild for comparison could not be read");
+        return;
+    }
+    const uchar* expected = xcb_get_image_data(reply.get());
+    for (int y = 0; y < h; ++y) {
+        const auto* want = reinterpret_cast<const quint32*>(expected + qsizetype(y) * w * 4);
+        const auto* got = reinterpret_cast<const quint32*>(delivered.constScanLine(y));
+        if (std::memcmp(want, got, size_t(w) * 4) == 0)
+            continue;
+        int x = 0;
+        while (want[x] == got[x])
+            ++x;
+        ++s_verifyFailures;
+        qCWarning(lcX11Compositor,
+                  "Partial frame differs from a whole rebuild at %d,%d: %08x instead of %08x", x, y,
+                  got[x], want[x]);
+        return;
+    }
 }
 
 } // namespace vistrel::x11

@@ -5,6 +5,16 @@
 // order clipped to their painted and shaped region, the cursor, then an optional bilinear scale,
 // read back through MIT-SHM into a pooled buffer.
 //
+// The canvas is kept between frames. When only window contents (and the
+// desktop's own pixels, or the cursor) changed since the last frame, only
+// the changed region is composed again, by the same steps clipped to it,
+// and only what each buffer has not seen yet is read back. Anything else
+// (see invalidate) rebuilds the whole frame.
+//
+// With VISTREL_X11_VERIFY_FRAMES=1 in the environment every partial frame
+// is also rebuilt whole on the side and compared with what was delivered;
+// a difference is logged and counted (for tests; it costs a full frame).
+//
 // Worker thread only. `area` is in root coordinates (y-down, pixels).
 
 #include "platform/ContentFilter.h"
@@ -16,7 +26,10 @@
 #include <QImage>
 #include <QPoint>
 #include <QRect>
+#include <QRegion>
+#include <atomic>
 #include <memory>
+#include <xcb/damage.h>
 #include <xcb/render.h>
 #include <xcb/xcb.h>
 
@@ -39,6 +52,15 @@ public:
 
     bool contributes(const ContentFilter& filter, const TopLevel& window) const;
 
+    // The next frame is rebuilt whole: the windows' geometry, stacking,
+    // shape, mapping or owners changed, or the filter did.
+    void invalidate() { m_wholeNext = true; }
+
+    // Partial frames compared with a whole rebuild, and how many differed
+    // (process-wide; counted only with verification on).
+    static int verifiedFrames() { return s_verified.load(); }
+    static int verificationFailures() { return s_verifyFailures.load(); }
+
     // Cursor: the image is re-read after the server says it changed; the
     // position is polled. pollCursor returns true when the drawn cursor moved.
     void cursorImageChanged() { m_cursorStale = true; }
@@ -48,11 +70,24 @@ public:
                   bool showCursor, QImage* image);
 
 private:
+    struct Canvas {
+        xcb_render_picture_t picture;
+        xcb_pixmap_t background;
+        xcb_render_picture_t backgroundPicture;
+    };
+
     void releaseTargets();
-    void drawBackground(X11WindowTree& tree);
-    void drawCursor();
+    // Fill or background, windows and cursor onto `canvas`; only inside
+    // `limit` (canvas coordinates) unless it is XCB_NONE.
+    void compose(const Canvas& canvas, bool desktop, const QColor& fill,
+                 const QList<const TopLevel*>& windows, bool cursor, xcb_xfixes_region_t limit);
+    void drawCursor(xcb_render_picture_t target);
     void loadCursor();
+    QRect cursorRect() const;
+    void addRect(const QRect& rect);
     bool sampleBackgroundColour(X11WindowTree& tree, quint32* pixel);
+    void verify(const QImage& delivered, bool desktop, const QColor& fill,
+                const QList<const TopLevel*>& windows, bool cursor);
 
     xcb_connection_t* m_c;
     const xcb_screen_t* m_screen;
@@ -70,6 +105,24 @@ private:
     xcb_render_picture_t m_backgroundPicture = 0;
     xcb_gcontext_t m_backgroundGc = 0;
     std::unique_ptr<X11ShmImagePool> m_pool;
+
+    // What the canvas holds, so that the next frame can be partial.
+    bool m_wholeNext = true;
+    bool m_lastDesktop = false;
+    QRgb m_lastFill = 0;
+    QRect m_drawnCursor; // canvas coordinates; empty when none was drawn
+    xcb_damage_damage_t m_rootDamage = 0;
+    xcb_xfixes_region_t m_changed = 0; // this frame's region, canvas coordinates
+    xcb_xfixes_region_t m_scratch = 0;
+    xcb_xfixes_region_t m_windowClip = 0;
+
+    const bool m_verify;
+    xcb_pixmap_t m_verifyCanvas = 0;
+    xcb_render_picture_t m_verifyPicture = 0;
+    xcb_pixmap_t m_verifyBackground = 0;
+    xcb_render_picture_t m_verifyBackgroundPicture = 0;
+    static std::atomic<int> s_verified;
+    static std::atomic<int> s_verifyFailures;
 
     xcb_pixmap_t m_cursorPixmap = 0;
     xcb_render_picture_t m_cursorPicture = 0;

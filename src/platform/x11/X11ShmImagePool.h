@@ -2,10 +2,16 @@
 
 // A fixed set of shared-memory frame buffers, allocated once per output size
 // (the first read into a fresh segment is slow, so segments are reused).
-// Images handed out wrap pool memory; the buffer returns to the pool when
-// the last copy of its image goes away, from whatever thread that happens.
+// Images handed out wrap pool memory read-only; the buffer returns to the
+// pool when the last copy of its image goes away, from whatever thread that
+// happens.
+//
+// A buffer keeps the frame it last held, so only what changed since then is
+// read into it again: the pool tracks, per buffer, the region that changed
+// on the server since that buffer was filled.
 
 #include <QImage>
+#include <QRegion>
 #include <QSize>
 #include <memory>
 #include <xcb/shm.h>
@@ -18,8 +24,11 @@ public:
     struct Buffer;
     struct State;
 
-    // Worker thread. count buffers of size pixels, 32 bits each.
-    X11ShmImagePool(xcb_connection_t* connection, QSize size, int count);
+    // Worker thread. count buffers of size pixels, 32 bits each. With the
+    // screen's root given and a server that shares pixmaps, each buffer is
+    // also a 32-bit pixmap, and a read is a clipped copy on the server.
+    X11ShmImagePool(xcb_connection_t* connection, QSize size, int count,
+                    xcb_window_t root = XCB_NONE);
     ~X11ShmImagePool();
     X11ShmImagePool(const X11ShmImagePool&) = delete;
     X11ShmImagePool& operator=(const X11ShmImagePool&) = delete;
@@ -31,6 +40,13 @@ public:
     // null when every buffer is still in flight.
     Buffer* acquire();
     xcb_shm_seg_t segment(const Buffer* buffer) const;
+    // Worker thread. The source changed inside `region` (pool coordinates),
+    // or everywhere.
+    void changed(const QRegion& region);
+    void changedEverywhere();
+    // Reads into the buffer what changed since it was last filled. False
+    // when the server refused a read (the buffer then counts as unfilled).
+    bool fill(Buffer* buffer, xcb_drawable_t source);
     // Wraps a filled buffer; the buffer stays out until the image is gone.
     QImage wrap(Buffer* buffer);
     // Gives back a buffer that was acquired but not wrapped.
@@ -38,11 +54,19 @@ public:
 
 private:
     void discard();
+    bool copyInto(Buffer* buffer, xcb_drawable_t source, const QRegion& region);
+    bool readWhole(Buffer* buffer, xcb_drawable_t source);
+    bool readParts(Buffer* buffer, xcb_drawable_t source, const QRegion& region);
 
     xcb_connection_t* m_c;
     bool m_valid = false;
     QSize m_size;
     std::shared_ptr<State> m_state;
+    // Sub-rectangles arrive packed, so they are read here first and copied
+    // row by row into the buffer.
+    xcb_shm_seg_t m_scratchSegment = 0;
+    uchar* m_scratch = nullptr;
+    xcb_gcontext_t m_copyGc = 0; // with shared pixmaps
 };
 
 } // namespace vistrel::x11

@@ -311,13 +311,15 @@ void X11WindowTree::requestRepaint(xcb_window_t top)
     }
 }
 
-void X11WindowTree::takeDamage(TopLevel& w)
+void X11WindowTree::takeDamage(TopLevel& w, xcb_xfixes_region_t changed)
 {
     if (!w.damaged)
         return;
     w.damaged = false;
     xcb_damage_subtract(m_c, w.damage, XCB_NONE, m_parts);
     xcb_xfixes_union_region(m_c, w.valid, m_parts, w.valid);
+    if (changed)
+        xcb_xfixes_union_region(m_c, changed, m_parts, changed);
     w.clipStale = true;
 }
 

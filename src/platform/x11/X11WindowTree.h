@@ -73,8 +73,9 @@ public:
     const QList<xcb_window_t>& stacking() const { return m_stacking; } // bottom to top
     TopLevel* find(xcb_window_t id);
 
-    // Moves pending damage into the window's painted region.
-    void takeDamage(TopLevel& window);
+    // Moves pending damage into the window's painted region; the damaged
+    // part (window-relative) is also added to `changed` when one is given.
+    void takeDamage(TopLevel& window, xcb_xfixes_region_t changed = XCB_NONE);
     // Makes the picture and clip current; false when the window cannot be
     // drawn this frame (not viewable, vanished).
     bool prepare(TopLevel& window);
