@@ -88,27 +88,13 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
     const auto w = quint16(area.width());
     const auto h = quint16(area.height());
 
-    m_canvas = xcb_generate_id(m_c);
-    auto canvasError = XcbError(
-        xcb_request_check(m_c, xcb_create_pixmap_checked(m_c, 32, m_canvas, m_screen->root, w, h)));
-    if (canvasError) {
-        m_canvas = 0;
+    if (!createTarget(32, w, h, &m_canvas, &m_canvasPicture))
         return false;
-    }
-    m_canvasPicture = xcb_generate_id(m_c);
-    xcb_render_create_picture(m_c, m_canvasPicture, m_canvas, m_formats.argb32, 0, nullptr);
 
     if (output != area.size()) {
-        m_scaled = xcb_generate_id(m_c);
-        auto scaledError = XcbError(xcb_request_check(
-            m_c, xcb_create_pixmap_checked(m_c, 32, m_scaled, m_screen->root,
-                                           quint16(output.width()), quint16(output.height()))));
-        if (scaledError) {
-            m_scaled = 0;
+        if (!createTarget(32, quint16(output.width()), quint16(output.height()), &m_scaled,
+                          &m_scaledPicture))
             return false;
-        }
-        m_scaledPicture = xcb_generate_id(m_c);
-        xcb_render_create_picture(m_c, m_scaledPicture, m_scaled, m_formats.argb32, 0, nullptr);
         // Output pixel (u, v) samples canvas point (u * sx, v * sy).
         const double sx = double(area.width()) / output.width();
         const double sy = double(area.height()) / output.height();
@@ -119,12 +105,8 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
                                       nullptr);
     }
 
-    m_background = xcb_generate_id(m_c);
-    xcb_create_pixmap(m_c, m_screen->root_depth, m_background, m_screen->root, w, h);
-    const xcb_render_pictformat_t rootFormat = m_formats.forVisual(m_screen->root_visual);
-    m_backgroundPicture = xcb_generate_id(m_c);
-    xcb_render_create_picture(m_c, m_backgroundPicture, m_background,
-                              rootFormat ? rootFormat : m_formats.rgb24, 0, nullptr);
+    if (!createTarget(m_screen->root_depth, w, h, &m_background, &m_backgroundPicture))
+        return false;
     m_backgroundGc = xcb_generate_id(m_c);
     quint32 pixel = m_screen->black_pixel;
     sampleBackgroundColour(tree, &pixel);
@@ -138,6 +120,25 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
 
     m_pool = std::make_unique<X11ShmImagePool>(m_c, output, queueDepth, m_screen->root);
     return m_pool->isValid();
+}
+
+bool X11Compositor::createTarget(quint8 depth, quint16 width, quint16 height, xcb_pixmap_t* pixmap,
+                                 xcb_render_picture_t* picture)
+{
+    // Checked: a frame-sized pixmap is the allocation most likely to fail.
+    *pixmap = xcb_generate_id(m_c);
+    auto error = XcbError(xcb_request_check(
+        m_c, xcb_create_pixmap_checked(m_c, depth, *pixmap, m_screen->root, width, height)));
+    if (error) {
+        *pixmap = 0;
+        return false;
+    }
+    const xcb_render_pictformat_t rootFormat = m_formats.forVisual(m_screen->root_visual);
+    const xcb_render_pictformat_t format =
+        depth == 32 ? m_formats.argb32 : (rootFormat ? rootFormat : m_formats.rgb24);
+    *picture = xcb_generate_id(m_c);
+    xcb_render_create_picture(m_c, *picture, *pixmap, format, 0, nullptr);
+    return true;
 }
 
 bool X11Compositor::sampleBackgroundColour(X11WindowTree& tree, quint32* pixel)
@@ -398,18 +399,16 @@ void X11Compositor::verify(const QImage& delivered, bool desktop, const QColor& 
 {
     const auto w = quint16(m_area.width());
     const auto h = quint16(m_area.height());
-    if (!m_verifyCanvas) {
-        m_verifyCanvas = xcb_generate_id(m_c);
-        xcb_create_pixmap(m_c, 32, m_verifyCanvas, m_screen->root, w, h);
-        m_verifyPicture = xcb_generate_id(m_c);
-        xcb_render_create_picture(m_c, m_verifyPicture, m_verifyCanvas, m_formats.argb32, 0,
-                                  nullptr);
-        m_verifyBackground = xcb_generate_id(m_c);
-        xcb_create_pixmap(m_c, m_screen->root_depth, m_verifyBackground, m_screen->root, w, h);
-        const xcb_render_pictformat_t rootFormat = m_formats.forVisual(m_screen->root_visual);
-        m_verifyBackgroundPicture = xcb_generate_id(m_c);
-        xcb_render_create_picture(m_c, m_verifyBackgroundPicture, m_verifyBackground,
-                                  rootFormat ? rootFormat : m_formats.rgb24, 0, nullptr);
+    if (!m_verifyBackgroundPicture) {
+        const bool made =
+            (m_verifyCanvas || createTarget(32, w, h, &m_verifyCanvas, &m_verifyPicture)) &&
+            createTarget(m_screen->root_depth, w, h, &m_verifyBackground,
+                         &m_verifyBackgroundPicture);
+        if (!made) {
+            ++s_verifyFailures;
+            qCWarning(lcX11Compositor, "No room on the server for a whole rebuild to compare with");
+            return;
+        }
     }
     // The whole rebuild starts from the same remembered desktop, so only a
     // difference of this frame shows.

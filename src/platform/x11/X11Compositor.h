@@ -77,6 +77,9 @@ private:
     };
 
     void releaseTargets();
+    // A pixmap and a picture on it: ARGB at depth 32, else the root's format.
+    bool createTarget(quint8 depth, quint16 width, quint16 height, xcb_pixmap_t* pixmap,
+                      xcb_render_picture_t* picture);
     // Fill or background, windows and cursor onto `canvas`; only inside
     // `limit` (canvas coordinates) unless it is XCB_NONE.
     void compose(const Canvas& canvas, bool desktop, const QColor& fill,
