@@ -35,7 +35,7 @@ X11Compositor::X11Compositor(xcb_connection_t* connection, const xcb_screen_t* s
     : m_c(connection), m_screen(screen), m_formats(formats),
       m_verify(qEnvironmentVariableIntValue("VISTREL_X11_VERIFY_FRAMES") == 1)
 {
-    for (xcb_xfixes_region_t* r : {&m_changed, &m_scratch, &m_windowClip}) {
+    for (xcb_xfixes_region_t* r : {&m_changed, &m_scratch, &m_windowClip, &m_underlay}) {
         *r = xcb_generate_id(m_c);
         xcb_xfixes_create_region(m_c, *r, 0, nullptr);
     }
@@ -49,7 +49,7 @@ X11Compositor::~X11Compositor()
 {
     releaseTargets();
     xcb_damage_destroy(m_c, m_rootDamage);
-    for (xcb_xfixes_region_t r : {m_changed, m_scratch, m_windowClip})
+    for (xcb_xfixes_region_t r : {m_changed, m_scratch, m_windowClip, m_underlay})
         xcb_xfixes_destroy_region(m_c, r);
     if (m_cursorPicture)
         xcb_render_free_picture(m_c, m_cursorPicture);
@@ -244,7 +244,24 @@ void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fi
 {
     const auto areaW = quint16(m_area.width());
     const auto areaH = quint16(m_area.height());
-    xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, limit, 0, 0);
+    xcb_xfixes_region_t underlay = limit;
+    if (limit) {
+        // An opaque window is drawn with SRC, which sets every pixel of its
+        // clip: what lies beneath it need not be drawn first. Whole rebuilds
+        // keep the plain order, so a check against them stays independent.
+        xcb_xfixes_copy_region(m_c, limit, m_underlay);
+        for (const TopLevel* w : windows) {
+            if (w->pictureHasAlpha)
+                continue;
+            const QPoint inside =
+                w->outer.topLeft() - m_area.topLeft() + QPoint(w->border, w->border);
+            xcb_xfixes_copy_region(m_c, w->clip, m_windowClip);
+            xcb_xfixes_translate_region(m_c, m_windowClip, qint16(inside.x()), qint16(inside.y()));
+            xcb_xfixes_subtract_region(m_c, m_underlay, m_windowClip, m_underlay);
+        }
+        underlay = m_underlay;
+    }
+    xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, underlay, 0, 0);
     if (desktop) {
         // Only the root's own visible pixels are copied (the GC clips by
         // children); what windows cover keeps its last known pixels.

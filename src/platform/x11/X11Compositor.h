@@ -118,6 +118,7 @@ private:
     xcb_xfixes_region_t m_changed = 0; // this frame's region, canvas coordinates
     xcb_xfixes_region_t m_scratch = 0;
     xcb_xfixes_region_t m_windowClip = 0;
+    xcb_xfixes_region_t m_underlay = 0; // what a partial frame draws below the windows
 
     const bool m_verify;
     xcb_pixmap_t m_verifyCanvas = 0;
