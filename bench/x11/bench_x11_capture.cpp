@@ -273,6 +273,20 @@ QSize displaySize(const QString& display)
     return sink->last.size();
 }
 
+// What the X server spends on the animating clients with nothing capturing:
+// their repaints and the redirection to the screen, paid whatever captures.
+Run measureDesktopAlone(int seconds, qint64 xPid)
+{
+    Run run{u"no capture: the clients alone"_s};
+    settle(1000);
+    const double server0 = processCpuMs(xPid);
+    const qint64 t0 = nowNs();
+    settle(seconds * 1000);
+    run.seconds = (nowNs() - t0) / 1e9;
+    run.serverMs = processCpuMs(xPid) - server0;
+    return run;
+}
+
 void printRuns(const std::vector<Run>& runs)
 {
     std::printf("| Run | frames | fps | capture process CPU ms/frame | X server CPU ms/frame | "
@@ -364,6 +378,7 @@ int main(int argc, char** argv)
     busy.push_back(measureStream(u"filtered: full desktop minus 1 window"_s, display, minusOne, fps,
                                  seconds, xPid, &clients[4]));
     busy.push_back(measureGrab(u"unfiltered: ffmpeg x11grab"_s, display, size, fps, seconds, xPid));
+    const Run alone = measureDesktopAlone(seconds, xPid);
 
     // Idle: nothing on screen changes (the pointer stays where it is).
     for (const Client& client : clients)
@@ -394,6 +409,21 @@ int main(int argc, char** argv)
                     qPrintable(r.name), (r.selfMs / n) / (grab.selfMs / grabFrames),
                     ((r.selfMs + r.serverMs) / n) / ((grab.selfMs + grab.serverMs) / grabFrames));
     }
+    // The clients' own cost, scaled to each run's length, taken off the X
+    // server's: what capturing adds to the desktop.
+    const double aloneMsPerSecond = alone.serverMs / std::max(alone.seconds, 0.001);
+    const auto net = [&](const Run& r) {
+        const double n = std::max(r.frames, 1);
+        return (r.selfMs + r.serverMs - aloneMsPerSecond * r.seconds) / n;
+    };
+    std::printf("\n\nWith nothing capturing, the X server spends %.1f ms a second on the "
+                "animating clients. Taken off each run, what capturing adds, CPU ms per frame:\n",
+                aloneMsPerSecond);
+    for (const Run& r : busy)
+        std::printf("\n- %s: %.3f", qPrintable(r.name), net(r));
+    for (size_t i = 0; i + 1 < busy.size(); ++i)
+        std::printf("\n- %s / unfiltered: %.2f", qPrintable(busy[i].name),
+                    net(busy[i]) / std::max(net(grab), 0.001));
     std::printf("\n\nIdle (nothing changes for %d s):\n\n| Run | frames delivered | capture "
                 "process CPU ms | X server CPU ms |\n|---|---|---|---|\n",
                 seconds);
