@@ -110,6 +110,7 @@ SimScene demoScene()
         {4101, u"org.example.Editor"_s, u"Editor"_s},
         {4102, u"org.example.Browser"_s, u"Browser"_s},
         {4103, std::nullopt, u"Chat"_s},
+        {4900, std::nullopt, u"Panel"_s},
     };
     scene.windows = {
         makeSimWindow(301, 4103, QRectF(1280, 620, 560, 380), QColor(0xe0, 0x40, 0x40),
@@ -121,9 +122,9 @@ SimScene demoScene()
         makeSimWindow(102, 4101, QRectF(160, 780, 600, 240), QColor(0x90, 0xd0, 0x70),
                       u"Terminal"_s),
     };
-    SimWindow panel = makeSimWindow(900, std::nullopt, QRectF(0, 0, 1920, 32),
-                                    QColor(0x28, 0x28, 0x30), u"Panel"_s);
-    panel.windowLayer = 1;
+    SimWindow panel =
+        makeSimWindow(900, 4900, QRectF(0, 0, 1920, 32), QColor(0x28, 0x28, 0x30), u"Panel"_s);
+    panel.windowLayer = 20;
     scene.windows.append(panel);
     return scene;
 }

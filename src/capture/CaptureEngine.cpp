@@ -120,6 +120,12 @@ void CaptureEngine::releaseStream()
 void CaptureEngine::apply(const CapturePlan& plan)
 {
     if (m_stream && m_activePlanSignature && *m_activePlanSignature == plan.signature) {
+        // The same picture; a filter that differs only in what it names by
+        // identity or as Vistrel's own still reaches the stream.
+        if (m_activeFilter != plan.filter) {
+            updateFilter(plan, m_activeConfigurationKey.value_or(QString()), m_streamGeneration);
+            return;
+        }
         setStreamStatus(StreamStatus::running());
         return;
     }
@@ -208,6 +214,7 @@ bool CaptureEngine::continuesApply(StreamGeneration generation,
 void CaptureEngine::finishApply(const CapturePlan& plan, const QString& key, bool startedNewStream)
 {
     m_activePlanSignature = plan.signature;
+    m_activeFilter = plan.filter;
     m_activeConfigurationKey = key;
     setActiveDisplay(plan.display);
     setActiveCanvasSize(plan.canvasLogicalSize);

@@ -142,6 +142,7 @@ private:
     std::unique_ptr<CaptureStream> m_stream;
     StreamGeneration m_streamGeneration = 0;
     std::optional<QString> m_activePlanSignature;
+    ContentFilter m_activeFilter; // what the stream was last given
     std::optional<QString> m_activeConfigurationKey;
 };
 

@@ -85,6 +85,26 @@ QString twoDecimals(double value)
     return QString::fromLatin1(buffer.data(), end - buffer.data());
 }
 
+// The rules' applications in a fixed order, so equal choices give equal filters.
+QList<AppIdentity> sortedIdentities(const QSet<AppIdentity>& identities)
+{
+    QList<AppIdentity> sorted = identities.values();
+    std::sort(sorted.begin(), sorted.end(),
+              [](const AppIdentity& a, const AppIdentity& b) { return a.id() < b.id(); });
+    return sorted;
+}
+
+// Vistrel's own process and windows, kept out by every form from the first
+// frame on, whether or not discovery has seen them yet.
+void excludeOwn(ContentFilter& filter, const ShareableCatalog& catalog)
+{
+    filter.ownProcessID = catalog.selfProcessID;
+    QList<quint32> own = catalog.ownWindowNumbers + windowIDs(catalog.selfWindows);
+    std::sort(own.begin(), own.end());
+    own.erase(std::unique(own.begin(), own.end()), own.end());
+    filter.ownWindowIDs = std::move(own);
+}
+
 CapturePlan makePlan(ContentFilter filter, const ShareableDisplay& display, QString signature,
                      const QRectF& sourceRect, bool fullDesktop)
 {
@@ -143,6 +163,7 @@ CapturePlan CaptureFilterBuilder::fullDesktopPlan(const VisibilityPolicy& policy
                                 : ContentFilterForm::displayExcludingApplications;
     filter.processIDs = processIDs(own);
     filter.includeMenuBar = true;
+    excludeOwn(filter, catalog);
     const QRectF rect = wholeDisplay(display);
     QString signature = makeSignature(rect, OutputContentMode::fullDesktop, policy.mode,
                                       OutputFrameMode::screen, display, own, {});
@@ -162,8 +183,15 @@ CapturePlan CaptureFilterBuilder::blockListPlan(const VisibilityPolicy& policy,
         matched += catalog.liveWindowsForWindow(identity, display.id);
     const QList<LiveWindow> excludedWindows = uniqueByWindow(matched);
 
-    ContentFilter filter{ContentFilterForm::displayExcludingApplications, display.id,
-                         processIDs(excludedApplications), windowIDs(excludedWindows), true};
+    ContentFilter filter{.form = ContentFilterForm::displayExcludingApplications,
+                         .displayID = display.id,
+                         .processIDs = processIDs(excludedApplications),
+                         .windowIDs = windowIDs(excludedWindows),
+                         .includeMenuBar = true,
+                         .applications = sortedIdentities(rules.applications),
+                         .ownProcessID = 0,
+                         .ownWindowIDs = {}};
+    excludeOwn(filter, catalog);
 
     QRectF rect;
     if (frameMode == OutputFrameMode::dynamic) {
@@ -224,8 +252,17 @@ CaptureBuildResult CaptureFilterBuilder::allowListPlan(const VisibilityPolicy& p
             extraWindows.append(window);
     }
 
-    ContentFilter filter{ContentFilterForm::displayIncludingApplications, display.id,
-                         processIDs(includedApplications), windowIDs(extraWindows), false};
+    // New processes of an allowed application show without waiting for
+    // discovery, by what they are.
+    ContentFilter filter{.form = ContentFilterForm::displayIncludingApplications,
+                         .displayID = display.id,
+                         .processIDs = processIDs(includedApplications),
+                         .windowIDs = windowIDs(extraWindows),
+                         .includeMenuBar = false,
+                         .applications = sortedIdentities(rules.applications),
+                         .ownProcessID = 0,
+                         .ownWindowIDs = {}};
+    excludeOwn(filter, catalog);
     const QRectF rect = frameMode == OutputFrameMode::dynamic
                             ? dynamicCropRect(display, includedWindows)
                             : usableDisplayRect(display);

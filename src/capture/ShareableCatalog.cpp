@@ -142,6 +142,9 @@ ShareableCatalog ShareableCatalog::fromContent(const ShareableContent& content,
                                                const QList<ScreenInfo>& screens)
 {
     ShareableCatalog catalog;
+    catalog.selfProcessID = selfProcessID;
+    catalog.ownWindowNumbers = ownWindowNumbers.values();
+    std::sort(catalog.ownWindowNumbers.begin(), catalog.ownWindowNumbers.end());
 
     QSet<quint32> ownIDs;
     for (const LiveWindow& window : content.windows) {
@@ -339,7 +342,8 @@ size_t qHash(const ShareableCatalog& catalog, size_t seed) noexcept
         seed = combine(seed, window.windowID);
     for (const LiveApplication& application : catalog.liveApplications)
         seed = combine(seed, application.processID);
-    return seed;
+    seed = combine(seed, catalog.selfProcessID);
+    return combine(seed, catalog.ownWindowNumbers);
 }
 
 } // namespace vistrel

@@ -26,6 +26,10 @@ struct ShareableCatalog {
     QHash<quint32, LiveDisplay> liveDisplaysByID;
     QList<LiveWindow> liveWindows; // normal layer, owned, not ours; snapshot order
     QList<LiveWindow> selfWindows; // ours, snapshot order
+    // Who "ours" is, known before discovery has seen any of it: capture
+    // filters never admit these, whatever the snapshot held.
+    qint32 selfProcessID = 0;
+    QList<quint32> ownWindowNumbers; // sorted
 
     // The catalog with nothing in it: the initial one, and the one published
     // after a failure or a stop.

@@ -1,8 +1,10 @@
 #pragma once
 
 // What a capture stream records: a display and, per form, the processes and
-// windows it admits or excludes. Admission is decided per frame by process
-// and window id, so windows that appear later follow their process's rule.
+// windows it admits or excludes. Admission is decided per frame (see
+// WindowAdmission), so windows that appear later follow their process's rule.
+
+#include "model/SourceIdentity.h"
 
 #include <QHashFunctions>
 #include <QList>
@@ -27,6 +29,14 @@ struct ContentFilter {
     // Docks, panels and the desktop's own bars.
     bool includeMenuBar = false;
 
+    // The applications the rules name, excluded (excluding forms) or admitted
+    // (including form) by identity as well as by process id, so that a process
+    // started since the last discovery pass already follows its rule.
+    QList<AppIdentity> applications;
+    // Vistrel itself: never admitted in any form, whatever discovery has seen.
+    qint32 ownProcessID = 0; // 0: none
+    QList<quint32> ownWindowIDs;
+
     friend bool operator==(const ContentFilter&, const ContentFilter&) = default;
 };
 
@@ -37,7 +47,10 @@ inline size_t qHash(const ContentFilter& filter, size_t seed = 0) noexcept
     seed = combine(seed, filter.displayID);
     seed = combine(seed, filter.processIDs);
     seed = combine(seed, filter.windowIDs);
-    return combine(seed, filter.includeMenuBar);
+    seed = combine(seed, filter.includeMenuBar);
+    seed = combine(seed, filter.applications);
+    seed = combine(seed, filter.ownProcessID);
+    return combine(seed, filter.ownWindowIDs);
 }
 
 } // namespace vistrel

@@ -34,8 +34,9 @@ CapturePlan plan(const QString& signature, const QRectF& crop = QRectF(0, 0, 100
                  QList<qint32> pids = {10})
 {
     CapturePlan result;
-    result.filter = ContentFilter{
-        ContentFilterForm::displayIncludingApplications, displayId, std::move(pids), {}, false};
+    result.filter.form = ContentFilterForm::displayIncludingApplications;
+    result.filter.displayID = displayId;
+    result.filter.processIDs = std::move(pids);
     result.display = retinaDisplay();
     result.signature = signature;
     result.sourceRect = crop;

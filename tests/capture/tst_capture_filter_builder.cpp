@@ -57,9 +57,29 @@ ShareableContent content()
     return c;
 }
 
+// The registry publishes window 77, which no snapshot holds yet.
 ShareableCatalog catalogOf(const ShareableContent& c, qint32 pid = selfPid)
 {
-    return ShareableCatalog::fromContent(c, pid, std::nullopt, {}, {});
+    return ShareableCatalog::fromContent(c, pid, std::nullopt, {77}, {});
+}
+
+// Every form names Vistrel itself: its process, its window in the snapshot
+// and the registry's window not yet discovered.
+ContentFilter expectedFilter(ContentFilterForm form, quint32 display, QList<qint32> pids,
+                             QList<quint32> windows, bool menuBar,
+                             QList<AppIdentity> applications = {}, qint32 own = selfPid,
+                             QList<quint32> ownWindows = {1, 77})
+{
+    ContentFilter f;
+    f.form = form;
+    f.displayID = display;
+    f.processIDs = std::move(pids);
+    f.windowIDs = std::move(windows);
+    f.includeMenuBar = menuBar;
+    f.applications = std::move(applications);
+    f.ownProcessID = own;
+    f.ownWindowIDs = std::move(ownWindows);
+    return f;
 }
 
 SimScreenProvider screens()
@@ -199,9 +219,8 @@ private Q_SLOTS:
                                  OutputContentMode::fullDesktop));
         QCOMPARE(plan.signature, u"fullDesktop:allowList:screen:1:2880x1800:apps[100]:windows[]:"
                                  "0.00,0.00,1440.00,900.00"_s);
-        QCOMPARE(plan.filter,
-                 (ContentFilter{
-                     ContentFilterForm::displayExcludingApplications, 1, {selfPid}, {}, true}));
+        QCOMPARE(plan.filter, expectedFilter(ContentFilterForm::displayExcludingApplications, 1,
+                                             {selfPid}, {}, true));
         QCOMPARE(plan.sourceRect, QRectF(0, 0, 1440, 900));
         QCOMPARE(plan.canvasLogicalSize, QSizeF(1440, 900));
         QVERIFY(plan.isFullDesktopCapture);
@@ -214,8 +233,8 @@ private Q_SLOTS:
                                  OutputFrameMode::screen, OutputContentMode::fullDesktop));
         QCOMPARE(bare.signature, u"fullDesktop:blockList:screen:2:1920x1080:apps[]:windows[]:"
                                  "0.00,0.00,1920.00,1080.00"_s);
-        QCOMPARE(bare.filter,
-                 (ContentFilter{ContentFilterForm::displayExcludingWindows, 2, {}, {}, true}));
+        QCOMPARE(bare.filter, expectedFilter(ContentFilterForm::displayExcludingWindows, 2, {}, {},
+                                             true, {}, 999, {77}));
     }
 
     void blockListExcludesAppsWindowsAndSelf()
@@ -230,10 +249,8 @@ private Q_SLOTS:
         // Notes lives on the other display; Draft matched twice counts once.
         QCOMPARE(plan.signature, u"sanitized:blockList:screen:1:2880x1800:apps[8,100]:windows[21]:"
                                  "0.00,25.00,1440.00,875.00"_s);
-        QCOMPARE(
-            plan.filter,
-            (ContentFilter{
-                ContentFilterForm::displayExcludingApplications, 1, {8, selfPid}, {21}, true}));
+        QCOMPARE(plan.filter, expectedFilter(ContentFilterForm::displayExcludingApplications, 1,
+                                             {8, selfPid}, {21}, true, {mailId, ghostId}));
         QCOMPARE(plan.canvasLogicalSize, QSizeF(1440, 875));
         QVERIFY(plan.usesTransparentCanvas);
         QVERIFY(!plan.isFullDesktopCapture);

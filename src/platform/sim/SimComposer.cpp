@@ -8,13 +8,6 @@ namespace vistrel {
 
 namespace {
 
-std::optional<qint32> knownOwner(const SimScene& scene, const SimWindow& window)
-{
-    if (window.ownerProcessID && scene.application(*window.ownerProcessID))
-        return window.ownerProcessID;
-    return std::nullopt;
-}
-
 QRectF sourceRectOf(const SimDisplay* display, const StreamConfiguration& configuration)
 {
     if (configuration.sourceRect && !configuration.sourceRect->isEmpty())
@@ -24,41 +17,26 @@ QRectF sourceRectOf(const SimDisplay* display, const StreamConfiguration& config
 
 } // namespace
 
-bool simAdmits(const ContentFilter& filter, const SimScene& scene, const SimWindow& window)
+WindowFacts simWindowFacts(const SimScene& scene, const SimWindow& window)
 {
-    const bool listed = filter.windowIDs.contains(window.windowID);
-    const bool isDock = window.windowLayer > 0;
-    const bool isDesktop = window.windowLayer < 0;
-    const std::optional<qint32> owner = knownOwner(scene, window);
-    switch (filter.form) {
-    case ContentFilterForm::displayExcludingWindows:
-        if (isDock && !filter.includeMenuBar)
-            return false;
-        return !listed;
-    case ContentFilterForm::displayExcludingApplications:
-        if (isDock && !filter.includeMenuBar)
-            return false;
-        if (listed)
-            return false;
-        if (filter.processIDs.isEmpty())
-            return true;
-        // A window that cannot be attributed might belong to an excluded process.
-        return owner && !filter.processIDs.contains(*owner);
-    case ContentFilterForm::displayIncludingApplications:
-        if (listed)
-            return true;
-        if (isDesktop)
-            return false;
-        if (isDock)
-            return filter.includeMenuBar;
-        return owner && filter.processIDs.contains(*owner);
+    WindowFacts facts;
+    facts.windowID = window.windowID;
+    facts.kind = windowKindForLayer(window.windowLayer);
+    if (!window.ownerProcessID)
+        return facts;
+    if (const SimApplication* app = scene.application(*window.ownerProcessID)) {
+        facts.ownerPid = app->processID;
+        facts.identity = AppIdentity{app->bundleIdentifier, app->applicationName};
     }
-    return false;
+    return facts;
 }
 
-bool simDrawsDesktop(const ContentFilter& filter)
+WindowAdmission simAdmission(const SimScene& scene, const ContentFilter& filter)
 {
-    return filter.form != ContentFilterForm::displayIncludingApplications;
+    WindowAdmission admission(filter);
+    for (const SimWindow& window : scene.windows)
+        admission.noteWindow(simWindowFacts(scene, window));
+    return admission;
 }
 
 QSize simOutputSize(const SimScene& scene, const ContentFilter& filter,
@@ -95,11 +73,12 @@ QImage simComposeFrame(const SimScene& scene, const ContentFilter& filter,
                       -(display->frame.top() + source.top()));
     painter.setClipRect(display->frame);
     painter.setCompositionMode(QPainter::CompositionMode_Source);
-    if (simDrawsDesktop(filter) && display->desktopColor.isValid())
+    const WindowAdmission admission = simAdmission(scene, filter);
+    if (admission.drawsDesktop() && display->desktopColor.isValid())
         painter.fillRect(display->frame, display->desktopColor);
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
     for (auto it = scene.windows.crbegin(); it != scene.windows.crend(); ++it) {
-        if (!it->isOnScreen || !simAdmits(filter, scene, *it))
+        if (!it->isOnScreen || !admission.admits(simWindowFacts(scene, *it)))
             continue;
         painter.fillRect(it->frame, it->color);
     }

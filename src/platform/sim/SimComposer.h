@@ -3,22 +3,15 @@
 // Frame composition of the scripted stream: the admission rules every capture
 // backend must honour, applied to the scene's solid-colour windows.
 //
-// Admission, by filter form (windows are admitted by process and window id at
-// frame time, so windows added after the filter was made follow their
-// process's rule):
-// - displayExcludingWindows: every window except the listed ones.
-// - displayExcludingApplications: every window except those of the listed
-//   processes and the listed windows themselves. (The filter builder puts the
-//   block list's windows here, and they must stay hidden even when their
-//   process is excluded too.) With a non-empty process list, a window without
-//   a known owner is left out.
-// - displayIncludingApplications: windows of the listed processes plus the
-//   listed windows; desktop windows only when listed.
-// Docks and panels (positive layer) need includeMenuBar. Off-screen windows
-// are never drawn. The desktop colour is painted for the two excluding forms.
+// Windows are admitted by the same rules as on a real display
+// (WindowAdmission): per frame, so windows added after the filter was made
+// follow their process's rule; a window whose owner names no application of
+// the scene has no known owner and is never drawn. Off-screen windows are
+// never drawn. The desktop colour is painted for the two excluding forms.
 
 #include "platform/ContentFilter.h"
 #include "platform/StreamConfiguration.h"
+#include "platform/WindowAdmission.h"
 #include "platform/sim/SimScene.h"
 
 #include <QImage>
@@ -26,8 +19,10 @@
 
 namespace vistrel {
 
-bool simAdmits(const ContentFilter& filter, const SimScene& scene, const SimWindow& window);
-bool simDrawsDesktop(const ContentFilter& filter);
+// What admission knows of a scene window, and the admission for a frame of
+// the scene (every window noted).
+WindowFacts simWindowFacts(const SimScene& scene, const SimWindow& window);
+WindowAdmission simAdmission(const SimScene& scene, const ContentFilter& filter);
 
 // Output pixels: the configured width and height, or the source rectangle at
 // the display's pixel scale when either is 0. Never smaller than 1 x 1.

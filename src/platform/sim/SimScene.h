@@ -48,8 +48,8 @@ struct SimWindow {
     quint32 windowID = 0;
     std::optional<QString> title;
     QRectF frame;
-    // 0 for normal windows; positive for docks and panels; negative for the
-    // desktop's own windows.
+    // Discovery layers: 0 for normal windows, 20 for docks and panels, 101
+    // for menus, negative for the desktop's own windows (windowKindForLayer).
     int windowLayer = 0;
     bool isOnScreen = true;
     bool isActive = false;
