@@ -56,8 +56,20 @@ public:
     std::unique_ptr<X11WindowTree> tree;
     std::unique_ptr<X11Compositor> compositor;
     ContentFilter filter;
+    WindowAdmission admission;
     StreamConfiguration configuration;
     QRect display;
+
+    // Which processes the rules name by identity follows every window the
+    // tree knows, as it is now.
+    void refreshAdmission()
+    {
+        admission.clearWindows();
+        for (xcb_window_t id : tree->stacking()) {
+            if (const TopLevel* w = tree->find(id); w && w->factsResolved)
+                admission.noteWindow(w->facts);
+        }
+    }
 
     ~Session()
     {
@@ -191,6 +203,7 @@ void X11CaptureWorker::run(Started started)
     {
         std::lock_guard lock(m_mutex);
         session.filter = m_filter;
+        session.admission.setFilter(m_filter);
         session.configuration = m_configuration;
         m_filterChanged = m_configurationChanged = false;
     }
@@ -200,6 +213,7 @@ void X11CaptureWorker::run(Started started)
         started(error);
         return;
     }
+    session.refreshAdmission();
     started(std::nullopt);
 
     xcb_connection_t* c = session.connection.get();
@@ -249,7 +263,9 @@ void X11CaptureWorker::run(Started started)
             dirty |= change == X11WindowTree::Change::structure;
             return;
         }
-        const bool admitted = w->factsResolved && admits(session.filter, w->facts);
+        if (w->factsResolved && change == X11WindowTree::Change::structure)
+            session.admission.noteWindow(w->facts); // a new window can name its process
+        const bool admitted = w->factsResolved && session.admission.admits(w->facts);
         // A window leaving the picture (unmapped, changed owner) needs a frame too.
         if (change == X11WindowTree::Change::structure)
             dirty |= admitted || w->drawn;
@@ -264,6 +280,8 @@ void X11CaptureWorker::run(Started started)
             if (m_filterChanged) {
                 const bool displayChanged = session.filter.displayID != m_filter.displayID;
                 session.filter = m_filter;
+                session.admission.setFilter(m_filter);
+                session.refreshAdmission();
                 m_filterChanged = false;
                 m_configurationChanged |= displayChanged;
                 compositor.invalidate();
@@ -322,8 +340,9 @@ void X11CaptureWorker::run(Started started)
                 xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
             while (XcbReply<xcb_generic_event_t> event{xcb_poll_for_queued_event(c)})
                 handle(event.get());
+            session.refreshAdmission();
             QImage image;
-            const auto status = compositor.render(tree, session.filter, QColor(0, 0, 0, 0),
+            const auto status = compositor.render(tree, session.admission, QColor(0, 0, 0, 0),
                                                   session.configuration.showsCursor, &image);
             xcb_ungrab_server(c);
             xcb_flush(c);

@@ -28,6 +28,23 @@ xcb_render_color_t renderColor(const QColor& colour)
             quint16(colour.blueF() * a * 0xffff), quint16(a * 0xffff)};
 }
 
+// A plain arrow, 11 x 17, hotspot at its tip: black inside, white outline.
+// Premultiplied ARGB, as cursor pictures are.
+QList<quint32> arrowPixels(QSize* size)
+{
+    static const char* const rows[] = {
+        "X          ", "XX         ", "X.X        ", "X..X       ", "X...X      ", "X....X     ",
+        "X.....X    ", "X......X   ", "X.......X  ", "X........X ", "X.....XXXXX", "X..X..X    ",
+        "X.X X..X   ", "XX  X..X   ", "X    X..X  ", "     X..X  ", "      XX   ",
+    };
+    *size = QSize(11, 17);
+    QList<quint32> pixels;
+    for (const char* row : rows)
+        for (int x = 0; x < size->width(); ++x)
+            pixels << (row[x] == 'X' ? 0xffffffffu : row[x] == '.' ? 0xff000000u : 0u);
+    return pixels;
+}
+
 } // namespace
 
 X11Compositor::X11Compositor(xcb_connection_t* connection, const xcb_screen_t* screen,
@@ -51,10 +68,8 @@ X11Compositor::~X11Compositor()
     xcb_damage_destroy(m_c, m_rootDamage);
     for (xcb_xfixes_region_t r : {m_changed, m_scratch, m_windowClip, m_underlay})
         xcb_xfixes_destroy_region(m_c, r);
-    if (m_cursorPicture)
-        xcb_render_free_picture(m_c, m_cursorPicture);
-    if (m_cursorPixmap)
-        xcb_free_pixmap(m_c, m_cursorPixmap);
+    releaseCursor(&m_cursor);
+    releaseCursor(&m_arrow);
     xcb_flush(m_c);
 }
 
@@ -163,10 +178,41 @@ bool X11Compositor::sampleBackgroundColour(X11WindowTree& tree, quint32* pixel)
     return true;
 }
 
-bool X11Compositor::contributes(const ContentFilter& filter, const TopLevel& w) const
+bool X11Compositor::contributes(const WindowAdmission& admission, const TopLevel& w) const
 {
     return w.mapped && !w.inputOnly && w.factsResolved && w.outer.intersects(m_area) &&
-           admits(filter, w.facts);
+           admission.admits(w.facts);
+}
+
+void X11Compositor::releaseCursor(CursorImage* cursor)
+{
+    if (cursor->picture)
+        xcb_render_free_picture(m_c, cursor->picture);
+    if (cursor->pixmap)
+        xcb_free_pixmap(m_c, cursor->pixmap);
+    *cursor = CursorImage();
+}
+
+bool X11Compositor::uploadCursor(CursorImage* cursor, QSize size, QPoint hotspot,
+                                 const quint32* pixels)
+{
+    releaseCursor(cursor);
+    xcb_pixmap_t pixmap = xcb_generate_id(m_c);
+    xcb_create_pixmap(m_c, 32, pixmap, m_screen->root, quint16(size.width()),
+                      quint16(size.height()));
+    xcb_gcontext_t gc = xcb_generate_id(m_c);
+    xcb_create_gc(m_c, gc, pixmap, 0, nullptr);
+    // Premultiplied ARGB, one 32-bit word per pixel, as the picture expects.
+    xcb_put_image(m_c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, gc, quint16(size.width()),
+                  quint16(size.height()), 0, 0, 0, 32, quint32(size.width() * size.height() * 4),
+                  reinterpret_cast<const quint8*>(pixels));
+    xcb_free_gc(m_c, gc);
+    cursor->pixmap = pixmap;
+    cursor->picture = xcb_generate_id(m_c);
+    xcb_render_create_picture(m_c, cursor->picture, pixmap, m_formats.argb32, 0, nullptr);
+    cursor->size = size;
+    cursor->hotspot = hotspot;
+    return true;
 }
 
 void X11Compositor::loadCursor()
@@ -176,25 +222,30 @@ void X11Compositor::loadCursor()
         xcbReply(xcb_xfixes_get_cursor_image_reply, m_c, xcb_xfixes_get_cursor_image(m_c));
     if (!cursor || cursor->width == 0 || cursor->height == 0)
         return;
-    if (m_cursorPicture)
-        xcb_render_free_picture(m_c, m_cursorPicture);
-    if (m_cursorPixmap)
-        xcb_free_pixmap(m_c, m_cursorPixmap);
-    m_cursorSize = QSize(cursor->width, cursor->height);
-    m_cursorHotspot = QPoint(cursor->xhot, cursor->yhot);
     m_cursorPosition = QPoint(cursor->x, cursor->y);
-    m_cursorPixmap = xcb_generate_id(m_c);
-    xcb_create_pixmap(m_c, 32, m_cursorPixmap, m_screen->root, cursor->width, cursor->height);
-    xcb_gcontext_t gc = xcb_generate_id(m_c);
-    xcb_create_gc(m_c, gc, m_cursorPixmap, 0, nullptr);
-    // Premultiplied ARGB, one 32-bit word per pixel, as the picture expects.
-    const quint32* pixels = xcb_xfixes_get_cursor_image_cursor_image(cursor.get());
-    xcb_put_image(m_c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_cursorPixmap, gc, cursor->width, cursor->height,
-                  0, 0, 0, 32, quint32(cursor->width * cursor->height * 4),
-                  reinterpret_cast<const quint8*>(pixels));
-    xcb_free_gc(m_c, gc);
-    m_cursorPicture = xcb_generate_id(m_c);
-    xcb_render_create_picture(m_c, m_cursorPicture, m_cursorPixmap, m_formats.argb32, 0, nullptr);
+    uploadCursor(&m_cursor, QSize(cursor->width, cursor->height),
+                 QPoint(cursor->xhot, cursor->yhot),
+                 xcb_xfixes_get_cursor_image_cursor_image(cursor.get()));
+}
+
+const X11Compositor::CursorImage& X11Compositor::shownCursor() const
+{
+    return m_cursorOverHidden ? m_arrow : m_cursor;
+}
+
+bool X11Compositor::pointerOverHiddenWindow(X11WindowTree& tree,
+                                            const WindowAdmission& admission) const
+{
+    // The top-most window under the pointer decides its image; input-only
+    // windows count, they can set a cursor too.
+    const QList<xcb_window_t>& stacking = tree.stacking();
+    for (auto it = stacking.crbegin(); it != stacking.crend(); ++it) {
+        const TopLevel* w = tree.find(*it);
+        if (!w || !w->mapped || !w->outer.contains(m_cursorPosition))
+            continue;
+        return !w->factsResolved || !admission.admits(w->facts);
+    }
+    return false;
 }
 
 bool X11Compositor::pollCursor()
@@ -206,15 +257,17 @@ bool X11Compositor::pollCursor()
     const QPoint now(pointer->root_x, pointer->root_y);
     if (now == m_cursorPosition && !m_cursorStale)
         return false;
-    const QRect before(m_cursorPosition - m_cursorHotspot, m_cursorSize);
-    const QRect after(now - m_cursorHotspot, m_cursorSize);
+    const CursorImage& shown = shownCursor();
+    const QRect before(m_cursorPosition - shown.hotspot, shown.size);
+    const QRect after(now - shown.hotspot, shown.size);
     m_cursorPosition = now;
     return m_cursorStale || before.intersects(m_area) || after.intersects(m_area);
 }
 
 QRect X11Compositor::cursorRect() const
 {
-    return QRect(m_cursorPosition - m_cursorHotspot - m_area.topLeft(), m_cursorSize);
+    const CursorImage& shown = shownCursor();
+    return QRect(m_cursorPosition - shown.hotspot - m_area.topLeft(), shown.size);
 }
 
 void X11Compositor::addRect(const QRect& rect)
@@ -230,12 +283,13 @@ void X11Compositor::addRect(const QRect& rect)
 
 void X11Compositor::drawCursor(xcb_render_picture_t target)
 {
-    if (!m_cursorPicture)
+    const CursorImage& shown = shownCursor();
+    if (!shown.picture)
         return;
     const QPoint at = cursorRect().topLeft();
-    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_OVER, m_cursorPicture, XCB_NONE, target, 0, 0, 0,
-                         0, qint16(at.x()), qint16(at.y()), quint16(m_cursorSize.width()),
-                         quint16(m_cursorSize.height()));
+    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_OVER, shown.picture, XCB_NONE, target, 0, 0, 0, 0,
+                         qint16(at.x()), qint16(at.y()), quint16(shown.size.width()),
+                         quint16(shown.size.height()));
 }
 
 void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fill,
@@ -304,7 +358,7 @@ void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fi
         xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, XCB_NONE, 0, 0);
 }
 
-X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const ContentFilter& filter,
+X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdmission& admission,
                                             const QColor& fill, bool showCursor, QImage* image)
 {
     if (!m_pool || !m_pool->isValid())
@@ -313,7 +367,7 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const ContentFi
     if (!buffer)
         return Status::busy;
 
-    const bool desktop = drawsDesktopBackground(filter);
+    const bool desktop = admission.drawsDesktop();
     // A scaled frame mixes neighbouring pixels: it is always built whole.
     bool whole =
         m_wholeNext || m_scaledPicture || desktop != m_lastDesktop || fill.rgba() != m_lastFill;
@@ -326,7 +380,7 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const ContentFi
             continue;
         const bool wasDrawn = w->drawn;
         w->drawn = false;
-        if (contributes(filter, *w)) {
+        if (contributes(admission, *w)) {
             const bool collect = w->damaged && !whole;
             if (collect)
                 xcb_xfixes_set_region(m_c, m_scratch, 0, nullptr);
@@ -354,10 +408,20 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const ContentFi
         xcb_damage_subtract(m_c, m_rootDamage, XCB_NONE, XCB_NONE);
     }
 
-    const bool reloaded = showCursor && m_cursorStale;
+    bool reloaded = showCursor && m_cursorStale;
     if (reloaded)
         loadCursor();
-    const QRect cursorNow = showCursor && m_cursorPicture ? cursorRect() : QRect();
+    if (showCursor) {
+        if (!m_arrow.picture) {
+            QSize size;
+            const QList<quint32> pixels = arrowPixels(&size);
+            uploadCursor(&m_arrow, size, QPoint(0, 0), pixels.constData());
+        }
+        const bool overHidden = pointerOverHiddenWindow(tree, admission);
+        reloaded |= overHidden != m_cursorOverHidden;
+        m_cursorOverHidden = overHidden;
+    }
+    const QRect cursorNow = showCursor && shownCursor().picture ? cursorRect() : QRect();
     if (!whole && (reloaded || cursorNow != m_drawnCursor)) {
         // The old cursor is repaired from what lies under it.
         addRect(m_drawnCursor);

@@ -17,7 +17,7 @@
 //
 // Worker thread only. `area` is in root coordinates (y-down, pixels).
 
-#include "platform/ContentFilter.h"
+#include "platform/WindowAdmission.h"
 #include "platform/x11/X11RenderFormats.h"
 #include "platform/x11/X11ShmImagePool.h"
 #include "platform/x11/X11WindowTree.h"
@@ -50,7 +50,7 @@ public:
     bool configure(const QRect& area, QSize output, int queueDepth, X11WindowTree& tree);
     const QRect& area() const { return m_area; }
 
-    bool contributes(const ContentFilter& filter, const TopLevel& window) const;
+    bool contributes(const WindowAdmission& admission, const TopLevel& window) const;
 
     // The next frame is rebuilt whole: the windows' geometry, stacking,
     // shape, mapping or owners changed, or the filter did.
@@ -66,7 +66,9 @@ public:
     void cursorImageChanged() { m_cursorStale = true; }
     bool pollCursor();
 
-    Status render(X11WindowTree& tree, const ContentFilter& filter, const QColor& fill,
+    // The pointer over a window the filter leaves out is drawn as a plain
+    // arrow: that window's cursor image could tell what it shows.
+    Status render(X11WindowTree& tree, const WindowAdmission& admission, const QColor& fill,
                   bool showCursor, QImage* image);
 
 private:
@@ -84,8 +86,18 @@ private:
     // `limit` (canvas coordinates) unless it is XCB_NONE.
     void compose(const Canvas& canvas, bool desktop, const QColor& fill,
                  const QList<const TopLevel*>& windows, bool cursor, xcb_xfixes_region_t limit);
+    struct CursorImage {
+        xcb_pixmap_t pixmap = 0;
+        xcb_render_picture_t picture = 0;
+        QPoint hotspot;
+        QSize size;
+    };
     void drawCursor(xcb_render_picture_t target);
     void loadCursor();
+    bool uploadCursor(CursorImage* cursor, QSize size, QPoint hotspot, const quint32* pixels);
+    void releaseCursor(CursorImage* cursor);
+    const CursorImage& shownCursor() const;
+    bool pointerOverHiddenWindow(X11WindowTree& tree, const WindowAdmission& admission) const;
     QRect cursorRect() const;
     void addRect(const QRect& rect);
     bool sampleBackgroundColour(X11WindowTree& tree, quint32* pixel);
@@ -128,10 +140,9 @@ private:
     static std::atomic<int> s_verified;
     static std::atomic<int> s_verifyFailures;
 
-    xcb_pixmap_t m_cursorPixmap = 0;
-    xcb_render_picture_t m_cursorPicture = 0;
-    QPoint m_cursorHotspot;
-    QSize m_cursorSize;
+    CursorImage m_cursor; // the server's current cursor image
+    CursorImage m_arrow;  // drawn over windows the filter leaves out
+    bool m_cursorOverHidden = false;
     QPoint m_cursorPosition{-100000, -100000};
     bool m_cursorStale = true;
 };

@@ -71,23 +71,28 @@ bool X11Permission::request()
 
 QUrl X11Permission::defaultHelpUrl()
 {
+    const auto section = [](const QString& path) {
+        QUrl url = QUrl::fromLocalFile(path);
+        url.setFragment(u"capture-access"_s);
+        return url;
+    };
     QDir dir(QCoreApplication::instance() ? QCoreApplication::applicationDirPath()
                                           : QDir::currentPath());
     // Walk up to the root: the build tree may sit a few levels below the
     // checkout that holds the README.
     for (;;) {
         const QFileInfo readme(dir.filePath(u"README.md"_s));
-        if (readme.isFile()) {
-            QUrl url = QUrl::fromLocalFile(readme.absoluteFilePath());
-            url.setFragment(u"capture-access"_s);
-            return url;
-        }
+        if (readme.isFile())
+            return section(readme.absoluteFilePath());
         if (!dir.cdUp())
             break;
     }
-    QUrl url = QUrl::fromLocalFile(u"/usr/share/doc/vistrel/README.md"_s);
-    url.setFragment(u"capture-access"_s);
-    return url;
+    // Installed with the program; else the checkout a build outside it came from.
+    const QString installed = QStringLiteral(VISTREL_INSTALLED_README);
+    const QString source = QStringLiteral(VISTREL_SOURCE_README);
+    if (!QFileInfo(installed).isFile() && QFileInfo(source).isFile())
+        return section(source);
+    return section(installed);
 }
 
 } // namespace vistrel::x11

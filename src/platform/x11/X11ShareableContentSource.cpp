@@ -4,7 +4,6 @@
 #include "platform/x11/X11WindowInspector.h"
 #include "platform/x11/XcbPtr.h"
 
-#include <QFile>
 #include <QFutureWatcher>
 #include <QHash>
 #include <QPromise>
@@ -50,14 +49,6 @@ QList<LiveDisplay> readDisplays(xcb_connection_t* c, const xcb_screen_t* screen)
         displays << whole;
     }
     return displays;
-}
-
-QString processName(qint32 pid)
-{
-    QFile comm(u"/proc/%1/comm"_s.arg(pid));
-    if (!comm.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(comm.readAll()).trimmed();
 }
 
 struct Candidate {
@@ -182,8 +173,9 @@ X11ShareableContentSource::snapshot(const QByteArray& displayName, bool excludin
             LiveApplication app;
             app.processID = *info.processID;
             app.bundleIdentifier = info.applicationID;
-            app.applicationName =
-                info.windowClass.isEmpty() ? processName(app.processID) : info.windowClass;
+            app.applicationName = info.windowClass.isEmpty()
+                                      ? X11WindowInspector::processName(app.processID)
+                                      : info.windowClass;
             appIndex.insert(app.processID, content.applications.size());
             content.applications << app;
         }

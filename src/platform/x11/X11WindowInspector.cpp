@@ -2,6 +2,7 @@
 
 #include "platform/x11/XcbPtr.h"
 
+#include <QFile>
 #include <QStringDecoder>
 #include <xcb/res.h>
 
@@ -54,7 +55,50 @@ std::optional<QString> text(const xcb_get_property_reply_t* reply, xcb_atom_t ut
     return reply->type == utf8 ? QString::fromUtf8(bytes) : QString::fromLatin1(bytes);
 }
 
+// "instance\0class\0": the class part names the application.
+QString windowClassOf(const xcb_get_property_reply_t* reply)
+{
+    if (!reply || reply->format != 8)
+        return {};
+    const QStringList parts =
+        QString::fromLatin1(static_cast<const char*>(xcb_get_property_value(reply)),
+                            xcb_get_property_value_length(reply))
+            .split(QChar(0));
+    return parts.size() > 1 ? parts.at(1) : parts.value(0);
+}
+
+std::optional<QString> applicationIdOf(const xcb_get_property_reply_t* gtk,
+                                       const xcb_get_property_reply_t* kde, xcb_atom_t utf8)
+{
+    for (const auto* reply : {gtk, kde}) {
+        if (auto id = text(reply, utf8); id && !id->isEmpty())
+            return id;
+    }
+    return std::nullopt;
+}
+
 } // namespace
+
+WindowFacts X11Ownership::facts() const
+{
+    WindowFacts facts;
+    facts.windowID = client;
+    facts.ownerPid = processID;
+    facts.identity.applicationName = windowClass;
+    if (windowClass.isEmpty() && processID)
+        facts.identity.applicationName = X11WindowInspector::processName(*processID);
+    facts.identity.bundleIdentifier = applicationID;
+    facts.kind = windowKindForLayer(layer);
+    return facts;
+}
+
+QString X11WindowInspector::processName(qint32 pid)
+{
+    QFile comm(u"/proc/%1/comm"_s.arg(pid));
+    if (!comm.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(comm.readAll()).trimmed();
+}
 
 X11WindowInspector::X11WindowInspector(xcb_connection_t* connection, xcb_window_t root,
                                        bool hasResource)
@@ -94,6 +138,56 @@ std::optional<xcb_window_t> X11WindowInspector::clientBelow(xcb_window_t frame) 
         level = std::move(next);
     }
     return std::nullopt;
+}
+
+xcb_window_t X11WindowInspector::clientOf(xcb_window_t topLevel, bool overrideRedirect) const
+{
+    if (overrideRedirect)
+        return topLevel;
+    if (const auto marked = clientBelow(topLevel))
+        return *marked;
+    // Not marked yet (the window manager is still adopting it): the first
+    // window below that another X client created, breadth first.
+    const quint32 mask = xcb_get_setup(m_c)->resource_id_mask;
+    const quint32 base = topLevel & ~mask;
+    QList<xcb_window_t> level{topLevel};
+    for (int depth = 0; depth < 3 && !level.isEmpty(); ++depth) {
+        QList<xcb_window_t> next;
+        for (xcb_window_t parent : std::as_const(level)) {
+            auto [tree, error] = xcbReply(xcb_query_tree_reply, m_c, xcb_query_tree(m_c, parent));
+            if (!tree)
+                continue;
+            const xcb_window_t* children = xcb_query_tree_children(tree.get());
+            for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i) {
+                if ((children[i] & ~mask) != base)
+                    return children[i];
+                next << children[i];
+            }
+        }
+        level = std::move(next);
+    }
+    return topLevel;
+}
+
+X11Ownership X11WindowInspector::ownership(xcb_window_t topLevel, bool overrideRedirect) const
+{
+    const X11Atoms& a = m_atoms;
+    X11Ownership owner;
+    owner.client = clientOf(topLevel, overrideRedirect);
+    const auto wmClass = getProperty(m_c, owner.client, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING);
+    const auto gtkId = getProperty(m_c, owner.client, a.gtkApplicationId, a.utf8String);
+    const auto kdeId =
+        getProperty(m_c, owner.client, a.kdeNetWmDesktopFile, XCB_GET_PROPERTY_TYPE_ANY);
+    const auto type = getProperty(m_c, owner.client, a.netWmWindowType, XCB_ATOM_ATOM);
+    auto classReply = takeProperty(m_c, wmClass);
+    auto gtkReply = takeProperty(m_c, gtkId);
+    auto kdeReply = takeProperty(m_c, kdeId);
+    auto typeReply = takeProperty(m_c, type);
+    owner.windowClass = windowClassOf(classReply.get());
+    owner.applicationID = applicationIdOf(gtkReply.get(), kdeReply.get(), a.utf8String);
+    owner.layer = layerOf(typeReply.get(), overrideRedirect);
+    owner.processID = ownerProcessID(owner.client);
+    return owner;
 }
 
 std::optional<xcb_window_t> X11WindowInspector::frameAbove(xcb_window_t window) const
@@ -202,23 +296,11 @@ std::variant<X11WindowInfo, QString> X11WindowInspector::inspect(xcb_window_t cl
     info.frameGeometry =
         QRect(outer->x, outer->y, outer->width + 2 * border, outer->height + 2 * border);
     info.clientGeometry = QRect(origin->dst_x, origin->dst_y, inner->width, inner->height);
-    if (auto cls = text(classReply.get(), a.utf8String)) {
-        // "instance\0class\0": the class part names the application.
-        const QStringList parts =
-            QString::fromLatin1(static_cast<const char*>(xcb_get_property_value(classReply.get())),
-                                xcb_get_property_value_length(classReply.get()))
-                .split(QChar(0));
-        info.windowClass = parts.size() > 1 ? parts.at(1) : parts.value(0);
-    }
+    info.windowClass = windowClassOf(classReply.get());
     info.title = text(netNameReply.get(), a.utf8String);
     if (!info.title)
         info.title = text(wmNameReply.get(), a.utf8String);
-    info.applicationID = text(gtkReply.get(), a.utf8String);
-    if (!info.applicationID || info.applicationID->isEmpty()) {
-        info.applicationID = text(kdeReply.get(), a.utf8String);
-        if (info.applicationID && info.applicationID->isEmpty())
-            info.applicationID.reset();
-    }
+    info.applicationID = applicationIdOf(gtkReply.get(), kdeReply.get(), a.utf8String);
     info.layer = layerOf(typeReply.get(), info.overrideRedirect);
     info.hidden = cardinals(stateReply.get()).contains(a.netWmStateHidden);
     if (const auto values = cardinals(desktopReply.get()); !values.isEmpty())

@@ -2,7 +2,9 @@
 
 // Reads what discovery and the compositor need to know about one top-level
 // window from the X server: its client and frame, owner process, class,
-// title, application id, layer, visibility and geometry.
+// title, application id, layer, visibility and geometry. It is the one place
+// that decides who owns a window: discovery and the compositor both ask it,
+// so they cannot disagree.
 //
 // Works on any xcb_connection_t the caller owns; holds no other state than
 // the atoms, so one inspector per connection and thread. No Qt GUI use.
@@ -12,6 +14,7 @@
 //
 // Coordinates: root (global) coordinates, pixels = points, y-down.
 
+#include "platform/WindowAdmission.h"
 #include "platform/x11/X11Atoms.h"
 
 #include <QList>
@@ -52,6 +55,21 @@ struct X11WindowInfo {
     friend bool operator==(const X11WindowInfo&, const X11WindowInfo&) = default;
 };
 
+// Who owns a top-level window: the client inside it and that client's
+// process and application.
+struct X11Ownership {
+    xcb_window_t client = XCB_NONE;
+    std::optional<qint32> processID;
+    QString windowClass; // WM_CLASS class part, may be empty
+    std::optional<QString> applicationID;
+    int layer = WindowLayer::Normal;
+
+    // As admission sees it; a window without a class is named after its process.
+    WindowFacts facts() const;
+
+    friend bool operator==(const X11Ownership&, const X11Ownership&) = default;
+};
+
 class X11WindowInspector {
 public:
     // hasResource: X-Resource >= 1.2 was checked on this connection.
@@ -62,6 +80,18 @@ public:
     // The window below a frame that carries WM_STATE (the frame itself when it
     // has it); absent for windows that no window manager manages.
     std::optional<xcb_window_t> clientBelow(xcb_window_t frame) const;
+    // The application's window inside a top-level: the one carrying WM_STATE,
+    // else the first window below it that another X client created (a frame
+    // whose client has not been marked yet), else the top-level itself.
+    // Override-redirect windows are their own client.
+    xcb_window_t clientOf(xcb_window_t topLevel, bool overrideRedirect) const;
+    // The client and its owner, requests pipelined. A vanished window gives
+    // an ownership without a process, which admission never draws.
+    X11Ownership ownership(xcb_window_t topLevel, bool overrideRedirect) const;
+
+    // The command name of a local process, empty when it cannot be read.
+    static QString processName(qint32 pid);
+
     // The root's child that contains the window (the window itself when it is one).
     std::optional<xcb_window_t> frameAbove(xcb_window_t window) const;
 

@@ -4,22 +4,22 @@
 
 #include <cstring>
 #include <xcb/composite.h>
-#include <xcb/res.h>
 #include <xcb/shape.h>
 
 namespace vistrel::x11 {
 
 namespace {
 
+// How deep below a top-level its windows are exposed for repainting.
 constexpr int maxClientSearchDepth = 3;
 
 } // namespace
 
 X11WindowTree::X11WindowTree(xcb_connection_t* connection, xcb_window_t root,
                              const X11Extensions& extensions, const X11RenderFormats& formats)
-    : m_c(connection), m_root(root), m_ext(extensions), m_formats(formats)
+    : m_c(connection), m_root(root), m_ext(extensions), m_formats(formats),
+      m_inspector(connection, root, extensions.hasResource)
 {
-    m_clientMask = xcb_get_setup(m_c)->resource_id_mask;
 }
 
 X11WindowTree::~X11WindowTree()
@@ -38,21 +38,8 @@ X11WindowTree::~X11WindowTree()
     xcb_flush(m_c);
 }
 
-xcb_atom_t X11WindowTree::intern(const char* name)
-{
-    auto [reply, error] = xcbReply(xcb_intern_atom_reply, m_c,
-                                   xcb_intern_atom(m_c, 0, quint16(std::strlen(name)), name));
-    return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
-}
-
 bool X11WindowTree::initialize()
 {
-    m_wmState = intern("WM_STATE");
-    m_netWmPid = intern("_NET_WM_PID");
-    m_windowType = intern("_NET_WM_WINDOW_TYPE");
-    m_typeDock = intern("_NET_WM_WINDOW_TYPE_DOCK");
-    m_typeDesktop = intern("_NET_WM_WINDOW_TYPE_DESKTOP");
-
     m_parts = xcb_generate_id(m_c);
     xcb_xfixes_create_region(m_c, m_parts, 0, nullptr);
 
@@ -116,8 +103,9 @@ TopLevel* X11WindowTree::add(xcb_window_t id, const QRect& outer, int border, bo
     w.clip = xcb_generate_id(m_c);
     xcb_xfixes_create_region(m_c, w.clip, 0, nullptr);
     xcb_shape_select_input(m_c, id, 1);
-    // Reparenting into a frame changes who owns what the frame shows.
-    const quint32 events = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+    // Reparenting into a frame changes who owns what the frame shows; an
+    // unframed window is its own client, whose properties name its owner.
+    const quint32 events = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
     xcb_change_window_attributes(m_c, id, XCB_CW_EVENT_MASK, &events);
     m_stacking.append(id);
     return &*m_windows.insert(id, w);
@@ -190,90 +178,24 @@ void X11WindowTree::readAttributes(TopLevel& w)
     w.visual = attributes->visual;
 }
 
-xcb_window_t X11WindowTree::findClient(xcb_window_t frame)
+bool X11WindowTree::ownsFacts(xcb_atom_t property) const
 {
-    // The client is the first window below the frame that another X client
-    // created (the frame's own decorations share its creator's id base).
-    // Breadth first, preferring one that carries WM_STATE.
-    const quint32 frameBase = frame & ~m_clientMask;
-    QList<xcb_window_t> level{frame};
-    xcb_window_t foreign = XCB_WINDOW_NONE;
-    for (int depth = 0; depth < maxClientSearchDepth && !level.isEmpty(); ++depth) {
-        QList<xcb_window_t> next;
-        for (xcb_window_t parent : level) {
-            auto [tree, error] = xcbReply(xcb_query_tree_reply, m_c, xcb_query_tree(m_c, parent));
-            if (!tree)
-                continue;
-            const xcb_window_t* children = xcb_query_tree_children(tree.get());
-            for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i) {
-                const xcb_window_t child = children[i];
-                if ((child & ~m_clientMask) != frameBase) {
-                    auto [state, sError] =
-                        xcbReply(xcb_get_property_reply, m_c,
-                                 xcb_get_property(m_c, 0, child, m_wmState, XCB_ATOM_ANY, 0, 0));
-                    if (state && state->type != XCB_ATOM_NONE)
-                        return child;
-                    if (!foreign)
-                        foreign = child;
-                }
-                next.append(child);
-            }
-        }
-        level = next;
-    }
-    return foreign ? foreign : frame;
-}
-
-std::optional<qint32> X11WindowTree::ownerPid(xcb_window_t window)
-{
-    if (m_ext.hasResource) {
-        xcb_res_client_id_spec_t spec{window, XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID};
-        auto [reply, error] =
-            xcbReply(xcb_res_query_client_ids_reply, m_c, xcb_res_query_client_ids(m_c, 1, &spec));
-        if (reply) {
-            auto ids = xcb_res_query_client_ids_ids_iterator(reply.get());
-            for (; ids.rem; xcb_res_client_id_value_next(&ids)) {
-                if ((ids.data->spec.mask & XCB_RES_CLIENT_ID_MASK_LOCAL_CLIENT_PID) &&
-                    xcb_res_client_id_value_value_length(ids.data) >= 1)
-                    return qint32(*xcb_res_client_id_value_value(ids.data));
-            }
-        }
-    }
-    auto [pid, error] =
-        xcbReply(xcb_get_property_reply, m_c,
-                 xcb_get_property(m_c, 0, window, m_netWmPid, XCB_ATOM_CARDINAL, 0, 1));
-    if (pid && pid->format == 32 && xcb_get_property_value_length(pid.get()) >= 4)
-        return *static_cast<const qint32*>(xcb_get_property_value(pid.get()));
-    return std::nullopt;
-}
-
-WindowKind X11WindowTree::kindOf(xcb_window_t client)
-{
-    auto [type, error] =
-        xcbReply(xcb_get_property_reply, m_c,
-                 xcb_get_property(m_c, 0, client, m_windowType, XCB_ATOM_ATOM, 0, 16));
-    if (!type || type->format != 32)
-        return WindowKind::normal;
-    const auto* atoms = static_cast<const xcb_atom_t*>(xcb_get_property_value(type.get()));
-    const int count = xcb_get_property_value_length(type.get()) / 4;
-    for (int i = 0; i < count; ++i) {
-        if (atoms[i] == m_typeDock)
-            return WindowKind::dock;
-        if (atoms[i] == m_typeDesktop)
-            return WindowKind::desktop;
-    }
-    return WindowKind::normal;
+    const X11Atoms& a = m_inspector.atoms();
+    return property == XCB_ATOM_WM_CLASS || property == a.wmState || property == a.netWmPid ||
+           property == a.netWmWindowType || property == a.gtkApplicationId ||
+           property == a.kdeNetWmDesktopFile;
 }
 
 void X11WindowTree::resolveFacts(TopLevel& w)
 {
-    AdmissionFacts facts;
-    facts.clientWindow = w.overrideRedirect ? w.id : findClient(w.id);
-    facts.ownerPid = ownerPid(facts.clientWindow);
-    facts.kind = kindOf(facts.clientWindow);
-    const bool changed =
-        w.factsResolved && (facts.clientWindow != w.facts.clientWindow ||
-                            facts.ownerPid != w.facts.ownerPid || facts.kind != w.facts.kind);
+    const WindowFacts facts = m_inspector.ownership(w.id, w.overrideRedirect).facts();
+    const bool changed = w.factsResolved &&
+                         (facts.windowID != w.facts.windowID || facts.ownerPid != w.facts.ownerPid);
+    if (facts.windowID != w.id && (!w.factsResolved || facts.windowID != w.facts.windowID)) {
+        // The client's class, pid and type can change after it is mapped.
+        const quint32 events = XCB_EVENT_MASK_PROPERTY_CHANGE;
+        xcb_change_window_attributes(m_c, facts.windowID, XCB_CW_EVENT_MASK, &events);
+    }
     w.facts = facts;
     w.factsResolved = true;
     if (changed && w.mapped) {
@@ -496,6 +418,22 @@ X11WindowTree::Change X11WindowTree::handleEvent(const xcb_generic_event_t* even
             requestRepaint(w->id);
         *window = w->id;
         return w->mapped ? Change::structure : Change::none;
+    }
+    case XCB_PROPERTY_NOTIFY: {
+        const auto* e = reinterpret_cast<const xcb_property_notify_event_t*>(event);
+        if (e->window == m_root || !ownsFacts(e->atom))
+            return Change::none;
+        for (TopLevel& w : m_windows) {
+            if (w.id != e->window && !(w.factsResolved && w.facts.windowID == e->window))
+                continue;
+            if (!w.mapped)
+                return Change::none;
+            const WindowFacts before = w.facts;
+            resolveFacts(w);
+            *window = w.id;
+            return w.facts == before ? Change::none : Change::structure;
+        }
+        return Change::none;
     }
     case XCB_CIRCULATE_NOTIFY: {
         const auto* e = reinterpret_cast<const xcb_circulate_notify_event_t*>(event);

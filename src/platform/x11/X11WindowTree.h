@@ -9,9 +9,10 @@
 // regions are window-relative (origin inside the border), like Damage and
 // Shape report them.
 
-#include "platform/x11/X11Admission.h"
+#include "platform/WindowAdmission.h"
 #include "platform/x11/X11Extensions.h"
 #include "platform/x11/X11RenderFormats.h"
+#include "platform/x11/X11WindowInspector.h"
 
 #include <QHash>
 #include <QList>
@@ -32,9 +33,10 @@ struct TopLevel {
     xcb_visualid_t visual = 0;
 
     // Resolved whenever the window or its content changes owner (map,
-    // reparent inside it); compositing waits for it.
+    // reparent inside it, the client's class, pid or type property);
+    // compositing waits for it, and admission never draws an unknown owner.
     bool factsResolved = false;
-    AdmissionFacts facts;
+    WindowFacts facts;
 
     xcb_damage_damage_t damage = 0;
     xcb_pixmap_t pixmap = 0;
@@ -88,23 +90,15 @@ private:
     void resolveFacts(TopLevel& window);
     void requestRepaint(xcb_window_t top);
     void readAttributes(TopLevel& window);
-    xcb_window_t findClient(xcb_window_t frame);
-    std::optional<qint32> ownerPid(xcb_window_t window);
-    WindowKind kindOf(xcb_window_t client);
-    xcb_atom_t intern(const char* name);
     void forgetPainting(TopLevel& window);
+    bool ownsFacts(xcb_atom_t property) const;
 
     xcb_connection_t* m_c;
     xcb_window_t m_root;
     X11Extensions m_ext;
     const X11RenderFormats& m_formats;
-    quint32 m_clientMask = 0;
+    X11WindowInspector m_inspector;
     xcb_xfixes_region_t m_parts = 0;
-    xcb_atom_t m_wmState = 0;
-    xcb_atom_t m_netWmPid = 0;
-    xcb_atom_t m_windowType = 0;
-    xcb_atom_t m_typeDock = 0;
-    xcb_atom_t m_typeDesktop = 0;
     QHash<xcb_window_t, TopLevel> m_windows;
     QList<xcb_window_t> m_stacking;
 };
