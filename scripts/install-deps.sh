@@ -18,6 +18,8 @@ packages=(
   libxcb-render-util0-dev libxcb-util-dev libxcb-xtest0-dev
   # test X session
   xvfb openbox xauth x11-utils x11-xserver-utils xdotool imagemagick
+  # stock X clients the capture tests run as foreign applications
+  x11-apps
 )
 # Extra packages a later step asked for (one name per line), e.g. benchmarks.
 extra_file="$(dirname "$0")/extra-packages.txt"

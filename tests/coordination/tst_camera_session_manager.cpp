@@ -209,7 +209,6 @@ private Q_SLOTS:
 
         manager.apply(enabledFor(cameraA));
         QTRY_VERIFY(manager.isRunning());
-        CameraSession* first = manager.captureSession();
 
         manager.apply(enabledFor(cameraB));
         QCOMPARE(changes, QStringList({u"running=true"_s, u"device=test-pattern:1"_s,
@@ -218,7 +217,6 @@ private Q_SLOTS:
         QCOMPARE(changes,
                  QStringList({u"running=true"_s, u"device=test-pattern:1"_s, u"running=false"_s,
                               u"device=none"_s, u"running=true"_s, u"device=test-pattern:2"_s}));
-        QVERIFY(manager.captureSession() != first);
         QTRY_VERIFY(!manager.captureSession()->latestFrame().isNull());
         QCOMPARE(QColor(manager.captureSession()->latestFrame().pixel(10, 10)),
                  TestPatternCameraPort::leftColor(1));

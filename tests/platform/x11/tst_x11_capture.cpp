@@ -5,6 +5,7 @@
 
 #include "x11_capture_harness.h"
 
+#include <QProcess>
 #include <QTest>
 
 using namespace vistrel;
@@ -251,6 +252,87 @@ private Q_SLOTS:
         QTest::qWait(200);
         QVERIFY(checked > 1);
         QCOMPARE(leaked.load(), 0);
+    }
+
+    // A stock X client of an application the filter names only by its class:
+    // a new process of it follows the rule from its first frame on, long
+    // before any discovery pass could report its pid.
+    void stockClientFollowsItsApplicationRule_data()
+    {
+        QTest::addColumn<bool>("allowed");
+        QTest::newRow("allow list shows it at once") << true;
+        QTest::newRow("block list never shows it") << false;
+    }
+
+    void stockClientFollowsItsApplicationRule()
+    {
+        QFETCH(bool, allowed);
+        constexpr quint32 logoBackground = 0xc83c96;
+        const AppIdentity logo{std::nullopt, u"XLogo"_s};
+        ContentFilter filter = allowed ? allowList({m_a->pid()}) : blockList({});
+        filter.applications = {logo};
+        auto sink = std::make_shared<FrameSink>();
+        std::atomic<int> leaked{0};
+        if (!allowed)
+            sink->setCheck([&](const QImage& i) { leaked += countColour(i, logoBackground) > 0; });
+        auto s = stream(filter, sink);
+        QVERIFY(!startStream(*s));
+        QVERIFY(sink->waitForFrame([](const QImage& i) { return rgbAt(i, 200, 200) == red; }));
+        // What the screen shows, to know when the logo is up.
+        auto probeSink = std::make_shared<FrameSink>();
+        auto probe = stream(ContentFilter{}, probeSink);
+        QVERIFY(!startStream(*probe));
+
+        QProcess xlogo;
+        xlogo.setProcessEnvironment(m_session.environment());
+        xlogo.start(u"xlogo"_s, {u"-bg"_s, u"#c83c96"_s, u"-fg"_s, u"#3cc896"_s, u"-geometry"_s,
+                                 u"240x200+1300+120"_s});
+        QVERIFY2(xlogo.waitForStarted(5000), "xlogo (x11-apps) must be installed");
+        QVERIFY(probeSink->waitForFrame(
+            [](const QImage& i) { return countColour(i, logoBackground) > 20000; }));
+        if (allowed) {
+            QVERIFY(sink->waitForFrame(
+                [](const QImage& i) { return countColour(i, logoBackground) > 20000; }));
+        } else {
+            // Frames forced while the logo is up must all leave it out.
+            m_a->on("color", m_aWindow, "d12121");
+            QVERIFY(
+                sink->waitForFrame([](const QImage& i) { return rgbAt(i, 120, 380) == 0xd12121; }));
+            m_a->on("color", m_aWindow, QByteArray::number(red, 16));
+            QVERIFY(sink->waitForFrame([](const QImage& i) { return rgbAt(i, 120, 380) == red; }));
+            QCOMPARE(leaked.load(), 0);
+        }
+        xlogo.kill();
+        xlogo.waitForFinished(3000);
+        QVERIFY(probeSink->waitForFrame(
+            [](const QImage& i) { return countColour(i, logoBackground) == 0; }));
+    }
+
+    // Over a window the filter leaves out, the pointer is a plain arrow, not
+    // that window's cursor image.
+    void pointerOverAHiddenWindowIsAPlainArrow()
+    {
+        StreamConfiguration c = quietConfiguration();
+        c.showsCursor = true;
+        auto sink = std::make_shared<FrameSink>();
+        auto s = stream(blockList({m_b->pid()}), sink, c);
+        const QPoint overHidden(700, 520); // inside b only
+        m_session.warpPointer(overHidden.x(), overHidden.y());
+        QVERIFY(!startStream(*s));
+        // The arrow's outline (white) and inside (black) at its tip.
+        const auto arrowAt = [](const QImage& i, QPoint p) {
+            return rgbAt(i, p.x(), p.y()) == 0xffffff && rgbAt(i, p.x(), p.y() + 1) == 0xffffff &&
+                   rgbAt(i, p.x() + 1, p.y() + 2) == 0x000000 &&
+                   rgbAt(i, p.x() + 3, p.y() + 10) == 0x000000 &&
+                   rgbAt(i, p.x() + 8, p.y() + 10) == 0xffffff;
+        };
+        QVERIFY(sink->waitForFrame([&](const QImage& i) { return arrowAt(i, overHidden); }));
+        const QPoint overShown(150, 150); // inside a only
+        m_session.warpPointer(overShown.x(), overShown.y());
+        QVERIFY(sink->waitForFrame([&](const QImage& i) {
+            return !arrowAt(i, overShown) && rgbAt(i, overHidden.x(), overHidden.y()) != 0xffffff;
+        }));
+        m_session.warpPointer(1919, 1079);
     }
 
     void fullDesktopMinusWindow()

@@ -68,6 +68,11 @@ inline int runClient()
     const xcb_atom_t utf8 = clientAtom(c, "UTF8_STRING");
     std::map<xcb_window_t, ClientWindow> windows;
     const quint32 pid = quint32(getpid());
+    // "instance\0Class\0": the class names the application (CaptureTest unless asked).
+    const QByteArray className = qEnvironmentVariableIsSet("VISTREL_CAPTURE_CLASS")
+                                     ? qgetenv("VISTREL_CAPTURE_CLASS")
+                                     : QByteArray("CaptureTest");
+    const QByteArray wmClass = "capturetest" + QByteArray(1, '\0') + className + '\0';
 
     auto paint = [&](ClientWindow& w) {
         xcb_change_gc(c, w.gc, XCB_GC_FOREGROUND, &w.colour);
@@ -90,9 +95,8 @@ inline int runClient()
                           values);
         xcb_change_property(c, XCB_PROP_MODE_REPLACE, w.id, netWmPid, XCB_ATOM_CARDINAL, 32, 1,
                             &pid);
-        const char wmClass[] = "capturetest\0CaptureTest";
         xcb_change_property(c, XCB_PROP_MODE_REPLACE, w.id, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
-                            sizeof wmClass, wmClass);
+                            quint32(wmClass.size()), wmClass.constData());
         // Openbox places by position only when the client asks for it.
         const quint32 hints[18] = {1u | 2u | 4u | 8u, quint32(x), quint32(y), quint32(wd),
                                    quint32(ht)};
@@ -362,10 +366,11 @@ private:
 
 class Client {
 public:
-    bool start(const XSession& session)
+    bool start(const XSession& session, const QString& className = u"CaptureTest"_s)
     {
         auto env = session.environment();
         env.insert(u"VISTREL_CAPTURE_CLIENT"_s, u"1"_s);
+        env.insert(u"VISTREL_CAPTURE_CLASS"_s, className);
         m_process.setProcessEnvironment(env);
         m_process.setProgram(QCoreApplication::applicationFilePath());
         m_process.setArguments({u"-silent"_s});
@@ -384,16 +389,28 @@ public:
 
     qint32 pid() const { return qint32(m_process.processId()); }
 
+    // Sends a command without waiting: its answer is skipped by the next command.
+    void post(const QByteArray& line)
+    {
+        m_process.write(line + '\n');
+        ++m_unanswered;
+    }
+
     // Sends one command and returns the window id of its answer (0 on failure).
     quint32 command(const QByteArray& line)
     {
         m_process.write(line + '\n');
         QElapsedTimer timer;
         timer.start();
-        while (timer.elapsed() < 5000) {
+        while (timer.elapsed() < 15000) { // mapping waits for the window manager
             if (m_process.canReadLine() || m_process.waitForReadyRead(50)) {
                 while (m_process.canReadLine()) {
                     const QByteArray answer = m_process.readLine().trimmed();
+                    if ((answer.startsWith("ok ") || answer.startsWith("error")) &&
+                        m_unanswered > 0) {
+                        --m_unanswered;
+                        continue;
+                    }
                     if (answer.startsWith("ok "))
                         return answer.mid(3).toUInt();
                     if (answer.startsWith("error"))
@@ -426,6 +443,7 @@ public:
 
 private:
     QProcess m_process;
+    int m_unanswered = 0;
 };
 
 // Keeps the frames a stream delivers (worker thread) for the test thread.
@@ -519,7 +537,7 @@ inline std::optional<PlatformError> startStream(X11CaptureStream& stream)
         result = error;
         done = true;
     });
-    if (!waitFor([&] { return done; }, 10000))
+    if (!waitFor([&] { return done; }, 15000))
         return PlatformError{u"test"_s, -1, u"start did not complete"_s};
     return result;
 }
