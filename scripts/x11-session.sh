@@ -48,6 +48,16 @@ wait_for() { # seconds command...
   done
 }
 
+# True once a window has been managed (or, with $1 = empty, none is), after
+# changing a root property: openbox can leave a map request that came while it
+# finished starting in its queue until some other event wakes it.
+clients_are() {
+  xprop -root -f _VISTREL_NUDGE 32c -set _VISTREL_NUDGE "$RANDOM"
+  local list
+  list="$(xprop -root _NET_CLIENT_LIST 2>/dev/null)"
+  if [[ "$1" == some ]]; then [[ "$list" == *"window id # 0x"* ]]; else [[ "$list" != *"0x"* ]]; fi
+}
+
 stop_pid() {
   local pid="$1"
   kill -0 "$pid" 2>/dev/null || return 0
@@ -107,6 +117,21 @@ start)
       stop_pid "$(cat "$dir/xvfb.pid")"
       exit 1
     fi
+    # Hand the session out only once openbox really manages windows: a probe
+    # window is managed, then closed again.
+    xmessage -geometry +0+0 probe >/dev/null 2>&1 </dev/null &
+    probe=$!
+    if ! wait_for 15 clients_are some; then
+      echo "x11-session: openbox manages no window (see $dir/openbox.log)" >&2
+      kill "$probe" 2>/dev/null || true
+      stop_pid "$(cat "$dir/openbox.pid")"
+      stop_pid "$(cat "$dir/xvfb.pid")"
+      exit 1
+    fi
+    kill "$probe" 2>/dev/null || true
+    wait "$probe" 2>/dev/null || true
+    wait_for 15 clients_are none || true
+    xprop -root -remove _VISTREL_NUDGE
   fi
   {
     echo "DISPLAY=$DISPLAY"

@@ -303,16 +303,46 @@ public:
         m_wm.setStandardErrorFile(QProcess::nullDevice());
         m_wm.start();
         const xcb_atom_t check = clientAtom(m_c, "_NET_SUPPORTING_WM_CHECK");
-        return waitFor(
-            [&] {
-                auto* reply = xcb_get_property_reply(
-                    m_c, xcb_get_property(m_c, 0, m_screen->root, check, XCB_ATOM_WINDOW, 0, 1),
-                    nullptr);
-                const bool ready = reply && xcb_get_property_value_length(reply) == 4;
-                free(reply);
-                return ready;
-            },
-            10000);
+        const bool announced =
+            waitFor([&] { return rootWindowProperty(check, XCB_ATOM_WINDOW) == 1; }, 10000);
+        return announced && windowManagerManages();
+    }
+
+    // Openbox can leave a map request that came while it finished starting
+    // in its queue until another event wakes it: a probe window must be
+    // managed (each look changes a root property, which wakes it) and be gone
+    // again before the session is handed out.
+    bool windowManagerManages()
+    {
+        const xcb_atom_t clients = clientAtom(m_c, "_NET_CLIENT_LIST");
+        const xcb_atom_t nudge = clientAtom(m_c, "_VISTREL_NUDGE");
+        const xcb_window_t probe = xcb_generate_id(m_c);
+        xcb_create_window(m_c, XCB_COPY_FROM_PARENT, probe, m_screen->root, 0, 0, 10, 10, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, m_screen->root_visual, 0, nullptr);
+        xcb_map_window(m_c, probe);
+        quint32 count = 0;
+        const auto clientsAre = [&](bool some) {
+            ++count;
+            xcb_change_property(m_c, XCB_PROP_MODE_REPLACE, m_screen->root, nudge,
+                                XCB_ATOM_CARDINAL, 32, 1, &count);
+            return (rootWindowProperty(clients, XCB_ATOM_WINDOW) > 0) == some;
+        };
+        const bool managed = waitFor([&] { return clientsAre(true); }, 10000);
+        xcb_destroy_window(m_c, probe);
+        const bool released = waitFor([&] { return clientsAre(false); }, 10000);
+        xcb_delete_property(m_c, m_screen->root, nudge);
+        xcb_flush(m_c);
+        return managed && released;
+    }
+
+    // How many values a root property holds (0 when it is absent).
+    int rootWindowProperty(xcb_atom_t property, xcb_atom_t type)
+    {
+        auto* reply = xcb_get_property_reply(
+            m_c, xcb_get_property(m_c, 0, m_screen->root, property, type, 0, 1024), nullptr);
+        const int count = reply ? xcb_get_property_value_length(reply) / 4 : 0;
+        free(reply);
+        return count;
     }
 
     ~XSession()
