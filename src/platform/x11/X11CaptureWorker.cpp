@@ -8,7 +8,9 @@
 #include "platform/x11/XcbPtr.h"
 
 #include <QLoggingCategory>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <ctime>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -55,8 +57,7 @@ public:
     X11RenderFormats formats;
     std::unique_ptr<X11WindowTree> tree;
     std::unique_ptr<X11Compositor> compositor;
-    ContentFilter filter;
-    WindowAdmission admission;
+    WindowAdmission admission; // holds the filter
     StreamConfiguration configuration;
     QRect display;
 
@@ -110,7 +111,7 @@ public:
 
     std::optional<PlatformError> reconfigure()
     {
-        auto geometry = displayGeometry(connection.get(), screen, filter.displayID);
+        auto geometry = displayGeometry(connection.get(), screen, admission.filter().displayID);
         if (!geometry)
             return captureError(4, u"The display to capture is not connected."_s);
         display = *geometry;
@@ -137,6 +138,11 @@ X11CaptureWorker::X11CaptureWorker(QByteArray displayName, ContentFilter filter,
       m_filter(std::move(filter)), m_configuration(std::move(configuration))
 {
     m_wakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (m_wakeFd < 0)
+        qCWarning(lcX11Capture,
+                  "No wake-up descriptor (%s): settings and stop are noticed "
+                  "within 50 ms instead of at once",
+                  std::strerror(errno));
 }
 
 X11CaptureWorker::~X11CaptureWorker()
@@ -202,7 +208,6 @@ void X11CaptureWorker::run(Started started)
     Session session;
     {
         std::lock_guard lock(m_mutex);
-        session.filter = m_filter;
         session.admission.setFilter(m_filter);
         session.configuration = m_configuration;
         m_filterChanged = m_configurationChanged = false;
@@ -278,8 +283,8 @@ void X11CaptureWorker::run(Started started)
         {
             std::lock_guard lock(m_mutex);
             if (m_filterChanged) {
-                const bool displayChanged = session.filter.displayID != m_filter.displayID;
-                session.filter = m_filter;
+                const bool displayChanged =
+                    session.admission.filter().displayID != m_filter.displayID;
                 session.admission.setFilter(m_filter);
                 session.refreshAdmission();
                 m_filterChanged = false;
@@ -385,6 +390,8 @@ void X11CaptureWorker::run(Started started)
         }
         if (handledQueued)
             continue;
+        if (m_wakeFd < 0 && (timeoutNs < 0 || timeoutNs > 50'000'000))
+            timeoutNs = 50'000'000; // nothing can wake us: look again soon
         pollfd fds[2] = {{xcb_get_file_descriptor(c), POLLIN, 0}, {m_wakeFd, POLLIN, 0}};
         const timespec timeout{time_t(timeoutNs / 1'000'000'000), long(timeoutNs % 1'000'000'000)};
         ::ppoll(fds, 2, timeoutNs < 0 ? nullptr : &timeout, nullptr);

@@ -28,29 +28,13 @@ xcb_render_color_t renderColor(const QColor& colour)
             quint16(colour.blueF() * a * 0xffff), quint16(a * 0xffff)};
 }
 
-// A plain arrow, 11 x 17, hotspot at its tip: black inside, white outline.
-// Premultiplied ARGB, as cursor pictures are.
-QList<quint32> arrowPixels(QSize* size)
-{
-    static const char* const rows[] = {
-        "X          ", "XX         ", "X.X        ", "X..X       ", "X...X      ", "X....X     ",
-        "X.....X    ", "X......X   ", "X.......X  ", "X........X ", "X.....XXXXX", "X..X..X    ",
-        "X.X X..X   ", "XX  X..X   ", "X    X..X  ", "     X..X  ", "      XX   ",
-    };
-    *size = QSize(11, 17);
-    QList<quint32> pixels;
-    for (const char* row : rows)
-        for (int x = 0; x < size->width(); ++x)
-            pixels << (row[x] == 'X' ? 0xffffffffu : row[x] == '.' ? 0xff000000u : 0u);
-    return pixels;
-}
-
 } // namespace
 
 X11Compositor::X11Compositor(xcb_connection_t* connection, const xcb_screen_t* screen,
                              const X11RenderFormats& formats)
     : m_c(connection), m_screen(screen), m_formats(formats),
-      m_verify(qEnvironmentVariableIntValue("VISTREL_X11_VERIFY_FRAMES") == 1)
+      m_verify(qEnvironmentVariableIntValue("VISTREL_X11_VERIFY_FRAMES") == 1),
+      m_cursor(std::make_unique<X11Cursor>(connection, screen, formats))
 {
     for (xcb_xfixes_region_t* r : {&m_changed, &m_scratch, &m_windowClip, &m_underlay}) {
         *r = xcb_generate_id(m_c);
@@ -68,8 +52,7 @@ X11Compositor::~X11Compositor()
     xcb_damage_destroy(m_c, m_rootDamage);
     for (xcb_xfixes_region_t r : {m_changed, m_scratch, m_windowClip, m_underlay})
         xcb_xfixes_destroy_region(m_c, r);
-    releaseCursor(&m_cursor);
-    releaseCursor(&m_arrow);
+    m_cursor.reset();
     xcb_flush(m_c);
 }
 
@@ -184,90 +167,15 @@ bool X11Compositor::contributes(const WindowAdmission& admission, const TopLevel
            admission.admits(w.facts);
 }
 
-void X11Compositor::releaseCursor(CursorImage* cursor)
-{
-    if (cursor->picture)
-        xcb_render_free_picture(m_c, cursor->picture);
-    if (cursor->pixmap)
-        xcb_free_pixmap(m_c, cursor->pixmap);
-    *cursor = CursorImage();
-}
-
-bool X11Compositor::uploadCursor(CursorImage* cursor, QSize size, QPoint hotspot,
-                                 const quint32* pixels)
-{
-    releaseCursor(cursor);
-    xcb_pixmap_t pixmap = xcb_generate_id(m_c);
-    xcb_create_pixmap(m_c, 32, pixmap, m_screen->root, quint16(size.width()),
-                      quint16(size.height()));
-    xcb_gcontext_t gc = xcb_generate_id(m_c);
-    xcb_create_gc(m_c, gc, pixmap, 0, nullptr);
-    // Premultiplied ARGB, one 32-bit word per pixel, as the picture expects.
-    xcb_put_image(m_c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, gc, quint16(size.width()),
-                  quint16(size.height()), 0, 0, 0, 32, quint32(size.width() * size.height() * 4),
-                  reinterpret_cast<const quint8*>(pixels));
-    xcb_free_gc(m_c, gc);
-    cursor->pixmap = pixmap;
-    cursor->picture = xcb_generate_id(m_c);
-    xcb_render_create_picture(m_c, cursor->picture, pixmap, m_formats.argb32, 0, nullptr);
-    cursor->size = size;
-    cursor->hotspot = hotspot;
-    return true;
-}
-
-void X11Compositor::loadCursor()
-{
-    m_cursorStale = false;
-    auto [cursor, error] =
-        xcbReply(xcb_xfixes_get_cursor_image_reply, m_c, xcb_xfixes_get_cursor_image(m_c));
-    if (!cursor || cursor->width == 0 || cursor->height == 0)
-        return;
-    m_cursorPosition = QPoint(cursor->x, cursor->y);
-    uploadCursor(&m_cursor, QSize(cursor->width, cursor->height),
-                 QPoint(cursor->xhot, cursor->yhot),
-                 xcb_xfixes_get_cursor_image_cursor_image(cursor.get()));
-}
-
-const X11Compositor::CursorImage& X11Compositor::shownCursor() const
-{
-    return m_cursorOverHidden ? m_arrow : m_cursor;
-}
-
-bool X11Compositor::pointerOverHiddenWindow(X11WindowTree& tree,
-                                            const WindowAdmission& admission) const
-{
-    // The top-most window under the pointer decides its image; input-only
-    // windows count, they can set a cursor too.
-    const QList<xcb_window_t>& stacking = tree.stacking();
-    for (auto it = stacking.crbegin(); it != stacking.crend(); ++it) {
-        const TopLevel* w = tree.find(*it);
-        if (!w || !w->mapped || !w->outer.contains(m_cursorPosition))
-            continue;
-        return !w->factsResolved || !admission.admits(w->facts);
-    }
-    return false;
-}
-
 bool X11Compositor::pollCursor()
 {
-    auto [pointer, error] =
-        xcbReply(xcb_query_pointer_reply, m_c, xcb_query_pointer(m_c, m_screen->root));
-    if (!pointer)
-        return false;
-    const QPoint now(pointer->root_x, pointer->root_y);
-    if (now == m_cursorPosition && !m_cursorStale)
-        return false;
-    const CursorImage& shown = shownCursor();
-    const QRect before(m_cursorPosition - shown.hotspot, shown.size);
-    const QRect after(now - shown.hotspot, shown.size);
-    m_cursorPosition = now;
-    return m_cursorStale || before.intersects(m_area) || after.intersects(m_area);
+    return m_cursor->poll(m_area);
 }
 
 QRect X11Compositor::cursorRect() const
 {
-    const CursorImage& shown = shownCursor();
-    return QRect(m_cursorPosition - shown.hotspot - m_area.topLeft(), shown.size);
+    const QRect rect = m_cursor->rect();
+    return rect.isEmpty() ? QRect() : rect.translated(-m_area.topLeft());
 }
 
 void X11Compositor::addRect(const QRect& rect)
@@ -279,17 +187,6 @@ void X11Compositor::addRect(const QRect& rect)
                             quint16(inside.height())};
     xcb_xfixes_set_region(m_c, m_scratch, 1, &r);
     xcb_xfixes_union_region(m_c, m_changed, m_scratch, m_changed);
-}
-
-void X11Compositor::drawCursor(xcb_render_picture_t target)
-{
-    const CursorImage& shown = shownCursor();
-    if (!shown.picture)
-        return;
-    const QPoint at = cursorRect().topLeft();
-    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_OVER, shown.picture, XCB_NONE, target, 0, 0, 0, 0,
-                         qint16(at.x()), qint16(at.y()), quint16(shown.size.width()),
-                         quint16(shown.size.height()));
 }
 
 void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fill,
@@ -353,7 +250,7 @@ void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fi
     }
     xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, limit, 0, 0);
     if (cursor)
-        drawCursor(canvas.picture);
+        m_cursor->draw(canvas.picture, m_area.topLeft());
     if (limit)
         xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, XCB_NONE, 0, 0);
 }
@@ -408,20 +305,8 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdm
         xcb_damage_subtract(m_c, m_rootDamage, XCB_NONE, XCB_NONE);
     }
 
-    bool reloaded = showCursor && m_cursorStale;
-    if (reloaded)
-        loadCursor();
-    if (showCursor) {
-        if (!m_arrow.picture) {
-            QSize size;
-            const QList<quint32> pixels = arrowPixels(&size);
-            uploadCursor(&m_arrow, size, QPoint(0, 0), pixels.constData());
-        }
-        const bool overHidden = pointerOverHiddenWindow(tree, admission);
-        reloaded |= overHidden != m_cursorOverHidden;
-        m_cursorOverHidden = overHidden;
-    }
-    const QRect cursorNow = showCursor && shownCursor().picture ? cursorRect() : QRect();
+    const bool reloaded = showCursor && m_cursor->prepare(tree, admission);
+    const QRect cursorNow = showCursor ? cursorRect() : QRect();
     if (!whole && (reloaded || cursorNow != m_drawnCursor)) {
         // The old cursor is repaired from what lies under it.
         addRect(m_drawnCursor);

@@ -18,6 +18,7 @@
 // Worker thread only. `area` is in root coordinates (y-down, pixels).
 
 #include "platform/WindowAdmission.h"
+#include "platform/x11/X11Cursor.h"
 #include "platform/x11/X11RenderFormats.h"
 #include "platform/x11/X11ShmImagePool.h"
 #include "platform/x11/X11WindowTree.h"
@@ -63,7 +64,7 @@ public:
 
     // Cursor: the image is re-read after the server says it changed; the
     // position is polled. pollCursor returns true when the drawn cursor moved.
-    void cursorImageChanged() { m_cursorStale = true; }
+    void cursorImageChanged() { m_cursor->imageChanged(); }
     bool pollCursor();
 
     // The pointer over a window the filter leaves out is drawn as a plain
@@ -86,19 +87,7 @@ private:
     // `limit` (canvas coordinates) unless it is XCB_NONE.
     void compose(const Canvas& canvas, bool desktop, const QColor& fill,
                  const QList<const TopLevel*>& windows, bool cursor, xcb_xfixes_region_t limit);
-    struct CursorImage {
-        xcb_pixmap_t pixmap = 0;
-        xcb_render_picture_t picture = 0;
-        QPoint hotspot;
-        QSize size;
-    };
-    void drawCursor(xcb_render_picture_t target);
-    void loadCursor();
-    bool uploadCursor(CursorImage* cursor, QSize size, QPoint hotspot, const quint32* pixels);
-    void releaseCursor(CursorImage* cursor);
-    const CursorImage& shownCursor() const;
-    bool pointerOverHiddenWindow(X11WindowTree& tree, const WindowAdmission& admission) const;
-    QRect cursorRect() const;
+    QRect cursorRect() const; // canvas coordinates
     void addRect(const QRect& rect);
     bool sampleBackgroundColour(X11WindowTree& tree, quint32* pixel);
     void verify(const QImage& delivered, bool desktop, const QColor& fill,
@@ -140,11 +129,7 @@ private:
     static std::atomic<int> s_verified;
     static std::atomic<int> s_verifyFailures;
 
-    CursorImage m_cursor; // the server's current cursor image
-    CursorImage m_arrow;  // drawn over windows the filter leaves out
-    bool m_cursorOverHidden = false;
-    QPoint m_cursorPosition{-100000, -100000};
-    bool m_cursorStale = true;
+    std::unique_ptr<X11Cursor> m_cursor;
 };
 
 } // namespace vistrel::x11
