@@ -188,7 +188,16 @@ bool X11WindowTree::ownsFacts(xcb_atom_t property) const
 
 void X11WindowTree::resolveFacts(TopLevel& w)
 {
-    const WindowFacts facts = m_inspector.ownership(w.id, w.overrideRedirect).facts();
+    WindowFacts facts = m_inspector.ownership(w.id, w.overrideRedirect).facts();
+    // A frame whose client has left is on its way out, and its pixmap may
+    // still hold the client's last pixels: it has no owner that could be
+    // shown until a client lives in it again.
+    if (facts.windowID == w.id && w.factsResolved && (w.orphaned || w.facts.windowID != w.id)) {
+        facts.ownerPid.reset();
+        w.orphaned = true;
+    } else {
+        w.orphaned = false;
+    }
     const bool changed = w.factsResolved &&
                          (facts.windowID != w.facts.windowID || facts.ownerPid != w.facts.ownerPid);
     if (facts.windowID != w.id && (!w.factsResolved || facts.windowID != w.facts.windowID)) {
@@ -345,6 +354,8 @@ X11WindowTree::Change X11WindowTree::handleEvent(const xcb_generic_event_t* even
             // The server hands out a new pixmap on map, which may hold what lay
             // under the window until its owner paints.
             forgetPainting(*w);
+            w->orphaned = false; // mapped anew: whoever lives in it now owns it
+            w->factsResolved = false;
         }
         // Owner first, before this window can reach any frame.
         resolveFacts(*w);

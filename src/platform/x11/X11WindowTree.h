@@ -37,6 +37,7 @@ struct TopLevel {
     // compositing waits for it, and admission never draws an unknown owner.
     bool factsResolved = false;
     WindowFacts facts;
+    bool orphaned = false; // a frame that lost its client: never drawn
 
     xcb_damage_damage_t damage = 0;
     xcb_pixmap_t pixmap = 0;

@@ -9,6 +9,7 @@
 #include "platform/x11/X11Compositor.h"
 #include "x11_capture_harness.h"
 
+#include <QDir>
 #include <QRandomGenerator>
 #include <QTest>
 #include <atomic>
@@ -77,6 +78,7 @@ struct FrameStats {
     std::atomic<int> leakingFrames{0};
     std::atomic<int> framesWithAllowed{0};
     std::atomic<quint32> firstLeak{0};
+    std::atomic<int> firstLeakX{0}, firstLeakY{0};
 };
 
 struct StreamCheck {
@@ -101,8 +103,13 @@ void inspect(const QImage& image, StreamCheck& check)
                                          : family == familyOf(Role::own)   ? check.own
                                                                            : nullptr;
             if (forbidden && forbidden->contains(rgb)) {
-                if (!leaks)
+                if (!leaks && check.stats.leakingFrames.load() == 0) {
                     check.stats.firstLeak = rgb;
+                    check.stats.firstLeakX = x;
+                    check.stats.firstLeakY = y;
+                    // Kept for whoever reads the failure.
+                    image.save(QDir::temp().filePath(u"vistrel-leak-%1.png"_s.arg(rgb, 6, 16)));
+                }
                 ++leaks;
             } else if (!sawAllowed && family == familyOf(Role::allowed) &&
                        check.allowed->contains(rgb)) {
@@ -332,10 +339,15 @@ private Q_SLOTS:
             // showed something.
             QVERIFY2(check->stats.frames > soakSeconds * 2, name);
             QVERIFY2(check->stats.framesWithAllowed > check->stats.frames / 2, name);
-            QVERIFY2(check->stats.leakingFrames == 0,
-                     qPrintable(u"%1: %2 leaking frames, first colour %3"_s.arg(QLatin1String(name))
-                                    .arg(check->stats.leakingFrames.load())
-                                    .arg(check->stats.firstLeak.load(), 6, 16, QLatin1Char('0'))));
+            QVERIFY2(
+                check->stats.leakingFrames == 0,
+                qPrintable(u"%1: %2 leaking frames, first colour %3 at %4,%5 (frame saved in %6)"_s
+                               .arg(QLatin1String(name))
+                               .arg(check->stats.leakingFrames.load())
+                               .arg(check->stats.firstLeak.load(), 6, 16, QLatin1Char('0'))
+                               .arg(check->stats.firstLeakX.load())
+                               .arg(check->stats.firstLeakY.load())
+                               .arg(QDir::tempPath())));
         }
     }
 };
