@@ -94,15 +94,27 @@ QList<AppIdentity> sortedIdentities(const QSet<AppIdentity>& identities)
     return sorted;
 }
 
-// Vistrel's own process and windows, kept out by every form from the first
-// frame on, whether or not discovery has seen them yet.
-void excludeOwn(ContentFilter& filter, const ShareableCatalog& catalog)
+// A filter of the form. Every form names Vistrel's own process and windows,
+// kept out from the first frame on whether or not discovery has seen them
+// yet, and the rules' applications by identity, so that processes discovery
+// has not seen yet already follow their rule.
+ContentFilter makeFilter(ContentFilterForm form, quint32 displayID, QList<qint32> pids,
+                         QList<quint32> windows, bool includeMenuBar,
+                         const QSet<AppIdentity>& applications, const ShareableCatalog& catalog)
 {
+    ContentFilter filter;
+    filter.form = form;
+    filter.displayID = displayID;
+    filter.processIDs = std::move(pids);
+    filter.windowIDs = std::move(windows);
+    filter.includeMenuBar = includeMenuBar;
+    filter.applications = sortedIdentities(applications);
     filter.ownProcessID = catalog.selfProcessID;
     QList<quint32> own = catalog.ownWindowNumbers + windowIDs(catalog.selfWindows);
     std::sort(own.begin(), own.end());
     own.erase(std::unique(own.begin(), own.end()), own.end());
     filter.ownWindowIDs = std::move(own);
+    return filter;
 }
 
 CapturePlan makePlan(ContentFilter filter, const ShareableDisplay& display, QString signature,
@@ -157,13 +169,10 @@ CapturePlan CaptureFilterBuilder::fullDesktopPlan(const VisibilityPolicy& policy
                                                   const ShareableCatalog& catalog) const
 {
     const QList<LiveApplication> own = uniqueByProcess(catalog.selfApplications);
-    ContentFilter filter;
-    filter.displayID = display.id;
-    filter.form = own.isEmpty() ? ContentFilterForm::displayExcludingWindows
-                                : ContentFilterForm::displayExcludingApplications;
-    filter.processIDs = processIDs(own);
-    filter.includeMenuBar = true;
-    excludeOwn(filter, catalog);
+    ContentFilter filter =
+        makeFilter(own.isEmpty() ? ContentFilterForm::displayExcludingWindows
+                                 : ContentFilterForm::displayExcludingApplications,
+                   display.id, processIDs(own), {}, true, {}, catalog);
     const QRectF rect = wholeDisplay(display);
     QString signature = makeSignature(rect, OutputContentMode::fullDesktop, policy.mode,
                                       OutputFrameMode::screen, display, own, {});
@@ -183,15 +192,9 @@ CapturePlan CaptureFilterBuilder::blockListPlan(const VisibilityPolicy& policy,
         matched += catalog.liveWindowsForWindow(identity, display.id);
     const QList<LiveWindow> excludedWindows = uniqueByWindow(matched);
 
-    ContentFilter filter{.form = ContentFilterForm::displayExcludingApplications,
-                         .displayID = display.id,
-                         .processIDs = processIDs(excludedApplications),
-                         .windowIDs = windowIDs(excludedWindows),
-                         .includeMenuBar = true,
-                         .applications = sortedIdentities(rules.applications),
-                         .ownProcessID = 0,
-                         .ownWindowIDs = {}};
-    excludeOwn(filter, catalog);
+    ContentFilter filter = makeFilter(ContentFilterForm::displayExcludingApplications, display.id,
+                                      processIDs(excludedApplications), windowIDs(excludedWindows),
+                                      true, rules.applications, catalog);
 
     QRectF rect;
     if (frameMode == OutputFrameMode::dynamic) {
@@ -252,17 +255,9 @@ CaptureBuildResult CaptureFilterBuilder::allowListPlan(const VisibilityPolicy& p
             extraWindows.append(window);
     }
 
-    // New processes of an allowed application show without waiting for
-    // discovery, by what they are.
-    ContentFilter filter{.form = ContentFilterForm::displayIncludingApplications,
-                         .displayID = display.id,
-                         .processIDs = processIDs(includedApplications),
-                         .windowIDs = windowIDs(extraWindows),
-                         .includeMenuBar = false,
-                         .applications = sortedIdentities(rules.applications),
-                         .ownProcessID = 0,
-                         .ownWindowIDs = {}};
-    excludeOwn(filter, catalog);
+    ContentFilter filter = makeFilter(ContentFilterForm::displayIncludingApplications, display.id,
+                                      processIDs(includedApplications), windowIDs(extraWindows),
+                                      false, rules.applications, catalog);
     const QRectF rect = frameMode == OutputFrameMode::dynamic
                             ? dynamicCropRect(display, includedWindows)
                             : usableDisplayRect(display);
