@@ -14,8 +14,7 @@ packages=(
   # XCB for the capture backend
   libxcb1-dev libxcb-composite0-dev libxcb-damage0-dev libxcb-xfixes0-dev
   libxcb-render0-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-res0-dev
-  libxcb-ewmh-dev libxcb-icccm4-dev libxcb-shape0-dev libxcb-image0-dev
-  libxcb-render-util0-dev libxcb-util-dev libxcb-xtest0-dev
+  libxcb-shape0-dev
   # test X session
   xvfb openbox xauth x11-utils x11-xserver-utils xdotool imagemagick
   # stock X clients the capture tests run as foreign applications
