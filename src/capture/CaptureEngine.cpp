@@ -2,6 +2,7 @@
 
 #include "capture/OutputRenderer.h"
 #include "capture/StreamBridge.h"
+#include "model/ObservableProperty.h"
 
 #include <QImageReader>
 #include <QLoggingCategory>
@@ -436,26 +437,17 @@ void CaptureEngine::setStreamStatus(const StreamStatus& status)
 
 void CaptureEngine::setActiveDisplay(const std::optional<ShareableDisplay>& display)
 {
-    if (m_activeDisplay == display)
-        return;
-    m_activeDisplay = display;
-    Q_EMIT activeDisplayChanged(display);
+    updateProperty(this, m_activeDisplay, display, &CaptureEngine::activeDisplayChanged);
 }
 
 void CaptureEngine::setActiveCanvasSize(const std::optional<QSizeF>& size)
 {
-    if (m_activeCanvasSize == size)
-        return;
-    m_activeCanvasSize = size;
-    Q_EMIT activeCanvasSizeChanged(size);
+    updateProperty(this, m_activeCanvasSize, size, &CaptureEngine::activeCanvasSizeChanged);
 }
 
 void CaptureEngine::setOutputContentMode(OutputContentMode mode)
 {
-    if (m_outputContentMode == mode)
-        return;
-    m_outputContentMode = mode;
-    Q_EMIT outputContentModeChanged(mode);
+    updateProperty(this, m_outputContentMode, mode, &CaptureEngine::outputContentModeChanged);
 }
 
 void CaptureEngine::setCanvasBackgroundImage(const QImage& image)
@@ -468,10 +460,8 @@ void CaptureEngine::setCanvasBackgroundImage(const QImage& image)
 
 void CaptureEngine::setCanvasBackgroundColor(const QColor& color)
 {
-    if (m_canvasBackgroundColor == color)
-        return;
-    m_canvasBackgroundColor = color;
-    Q_EMIT canvasBackgroundColorChanged(color);
+    updateProperty(this, m_canvasBackgroundColor, color,
+                   &CaptureEngine::canvasBackgroundColorChanged);
 }
 
 } // namespace vistrel

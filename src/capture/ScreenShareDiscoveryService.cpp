@@ -1,6 +1,7 @@
 #include "capture/ScreenShareDiscoveryService.h"
 
 #include "capture/OwnWindowSource.h"
+#include "model/ObservableProperty.h"
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
@@ -107,18 +108,14 @@ void ScreenShareDiscoveryService::setCatalog(ShareableCatalog catalog)
 
 void ScreenShareDiscoveryService::setRefreshing(bool refreshing)
 {
-    if (m_isRefreshing == refreshing)
-        return;
-    m_isRefreshing = refreshing;
-    Q_EMIT isRefreshingChanged(refreshing);
+    updateProperty(this, m_isRefreshing, refreshing,
+                   &ScreenShareDiscoveryService::isRefreshingChanged);
 }
 
 void ScreenShareDiscoveryService::setLastErrorMessage(const std::optional<QString>& message)
 {
-    if (m_lastErrorMessage == message)
-        return;
-    m_lastErrorMessage = message;
-    Q_EMIT lastErrorMessageChanged(message);
+    updateProperty(this, m_lastErrorMessage, message,
+                   &ScreenShareDiscoveryService::lastErrorMessageChanged);
 }
 
 } // namespace vistrel

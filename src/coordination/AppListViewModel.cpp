@@ -1,5 +1,7 @@
 #include "coordination/AppListViewModel.h"
 
+#include "model/ObservableProperty.h"
+
 namespace vistrel {
 
 AppListViewModel::AppListViewModel(QObject* parent) : QObject(parent) {}
@@ -73,10 +75,7 @@ QList<ShareableApp> AppListViewModel::filtered(const QList<ShareableApp>& applic
 
 void AppListViewModel::setApplications(QList<ShareableApp> applications)
 {
-    if (m_applications == applications)
-        return;
-    m_applications = std::move(applications);
-    Q_EMIT applicationsChanged(m_applications);
+    updateProperty(this, m_applications, applications, &AppListViewModel::applicationsChanged);
 }
 
 } // namespace vistrel

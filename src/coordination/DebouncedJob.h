@@ -10,10 +10,12 @@
 //
 // Threading: the thread the job lives on (the main thread in this program).
 
+#include "coordination/Clock.h"
+
 #include <QObject>
-#include <QTimer>
 #include <chrono>
 #include <functional>
+#include <memory>
 
 namespace vistrel {
 
@@ -22,7 +24,7 @@ class DebouncedJob : public QObject {
 
 public:
     DebouncedJob(std::chrono::milliseconds delay, std::function<void()> action,
-                 QObject* parent = nullptr);
+                 Clock& clock = Clock::system(), QObject* parent = nullptr);
     ~DebouncedJob() override;
 
     std::chrono::milliseconds delay() const { return m_delay; }
@@ -31,7 +33,7 @@ public:
     void schedule();
     // Cancels the pending run; nothing happens until the next schedule().
     void cancel();
-    bool isPending() const { return m_timer.isActive(); }
+    bool isPending() const { return m_timer->isActive(); }
 
 Q_SIGNALS:
     // After each completed run of the action.
@@ -42,7 +44,7 @@ private:
 
     std::chrono::milliseconds m_delay;
     std::function<void()> m_action;
-    QTimer m_timer;
+    std::unique_ptr<ClockTimer> m_timer;
 };
 
 } // namespace vistrel

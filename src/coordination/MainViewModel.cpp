@@ -5,6 +5,7 @@
 #include "capture/ScreenShareDiscoveryService.h"
 #include "coordination/DebouncedJob.h"
 #include "coordination/PresetStore.h"
+#include "model/ObservableProperty.h"
 
 #include <QLoggingCategory>
 #include <algorithm>
@@ -15,43 +16,29 @@ namespace vistrel {
 
 namespace {
 Q_LOGGING_CATEGORY(lcMainViewModel, "quorbit.Vistrel.MainViewModel")
-
-// Stores the value when it differs; the caller notifies only then.
-template<typename T> bool assign(T& member, const T& value)
-{
-    if (member == value)
-        return false;
-    member = value;
-    return true;
-}
 } // namespace
 
 MainViewModel::MainViewModel(PermissionManager& permissionManager,
                              ScreenShareDiscoveryService& discoveryService,
                              const CaptureFilterBuilder& filterBuilder,
-                             CaptureEngine& captureEngine, PresetStore& presetStore,
+                             CaptureEngine& captureEngine, PresetStore& presetStore, Clock& clock,
                              QObject* parent)
-    : QObject(parent), m_appListViewModel(new AppListViewModel(this)),
+    : QObject(parent), m_appListViewModel(new AppListViewModel(this)), m_clock(clock),
       m_permissionManager(permissionManager), m_discoveryService(discoveryService),
       m_filterBuilder(filterBuilder), m_captureEngine(captureEngine), m_presetStore(presetStore),
       m_captureUpdateJob(new DebouncedJob(
-          captureUpdateDelay, [this] { runCaptureUpdate(); }, this)),
+          captureUpdateDelay, [this] { runCaptureUpdate(); }, clock, this)),
       m_persistenceJob(new DebouncedJob(
-          persistenceDelay, [this] { runPersistence(); }, this))
+          persistenceDelay, [this] { runPersistence(); }, clock, this))
 {
     const PersistedAppState state = m_presetStore.load();
-    m_policy = state.policy;
-    m_selectedDisplayID = state.selectedDisplayID;
-    m_presets = state.presets;
+    m_configuration = state.configuration;
+    m_presetModel = new PresetModel(state.presets, this);
     m_isAlwaysOnTop = state.isAlwaysOnTop;
-    m_outputFrameMode = state.outputFrameMode;
-    m_outputContentMode = state.outputContentMode;
-    m_canvasBackground = state.canvasBackground;
     m_cameraOverlay = state.cameraOverlay;
     m_permissionState = m_permissionManager.state();
     m_streamStatus = m_captureEngine.streamStatus();
 
-    setActivePresetID(std::nullopt);
     pushCanvasSettings();
     subscribe();
 }
@@ -71,6 +58,7 @@ void MainViewModel::subscribe()
             &MainViewModel::setRefreshing, Qt::QueuedConnection);
     connect(&m_captureEngine, &CaptureEngine::streamStatusChanged, this,
             &MainViewModel::setStreamStatus, Qt::QueuedConnection);
+    connect(m_presetModel, &PresetModel::edited, this, &MainViewModel::schedulePersistence);
 }
 
 // ---- start and service handlers ---------------------------------------------
@@ -79,7 +67,7 @@ void MainViewModel::start()
 {
     if (m_hasStarted)
         return;
-    setHasStarted(true);
+    updateProperty(this, m_hasStarted, true, &MainViewModel::hasStartedChanged);
     m_permissionManager.refreshState();
     if (m_permissionManager.state() == ScreenRecordingPermissionState::granted)
         m_discoveryService.startAutoRefresh();
@@ -109,10 +97,10 @@ void MainViewModel::handleCatalog(const ShareableCatalog& catalog)
 {
     setDisplays(catalog.displays);
     // Not saved by itself: the next saved change carries the new selection.
+    const std::optional<quint32> selected = selectedDisplayID();
     const bool stillThere =
-        m_selectedDisplayID &&
-        std::any_of(catalog.displays.cbegin(), catalog.displays.cend(),
-                    [&](const ShareableDisplay& d) { return d.id == *m_selectedDisplayID; });
+        selected && std::any_of(catalog.displays.cbegin(), catalog.displays.cend(),
+                                [&](const ShareableDisplay& d) { return d.id == *selected; });
     if (!stillThere) {
         setSelectedDisplayID(catalog.displays.isEmpty()
                                  ? std::nullopt
@@ -128,7 +116,7 @@ void MainViewModel::handleCatalog(const ShareableCatalog& catalog)
 
 void MainViewModel::selectDisplay(std::optional<quint32> displayID)
 {
-    if (displayID == m_selectedDisplayID)
+    if (displayID == selectedDisplayID())
         return;
     setSelectedDisplayID(displayID);
     syncSourceList();
@@ -139,9 +127,9 @@ void MainViewModel::selectDisplay(std::optional<quint32> displayID)
 
 void MainViewModel::setVisibilityMode(VisibilityMode mode)
 {
-    if (mode == m_policy.mode)
+    if (mode == policy().mode)
         return;
-    VisibilityPolicy policy = m_policy;
+    VisibilityPolicy policy = m_configuration.policy;
     policy.setMode(mode);
     setPolicy(policy);
     syncSourceList();
@@ -151,18 +139,22 @@ void MainViewModel::setVisibilityMode(VisibilityMode mode)
 
 void MainViewModel::setOutputFrameMode(OutputFrameMode mode)
 {
-    if (mode == m_outputFrameMode)
+    if (mode == outputFrameMode())
         return;
-    assignOutputFrameMode(mode);
+    ShareConfiguration next = m_configuration;
+    next.outputFrameMode = mode;
+    setConfiguration(next);
     scheduleCaptureUpdate();
     schedulePersistence();
 }
 
 void MainViewModel::setOutputContentMode(OutputContentMode mode)
 {
-    if (mode == m_outputContentMode)
+    if (mode == outputContentMode())
         return;
-    assignOutputContentMode(mode);
+    ShareConfiguration next = m_configuration;
+    next.outputContentMode = mode;
+    setConfiguration(next);
     pushCanvasSettings();
     scheduleCaptureUpdate();
     schedulePersistence();
@@ -170,11 +162,11 @@ void MainViewModel::setOutputContentMode(OutputContentMode mode)
 
 void MainViewModel::setCanvasBackgroundMode(CanvasBackgroundMode mode)
 {
-    if (mode == m_canvasBackground.mode)
+    if (mode == canvasBackground().mode)
         return;
-    CanvasBackgroundSelection selection = m_canvasBackground;
-    selection.mode = mode;
-    setCanvasBackground(selection);
+    ShareConfiguration next = m_configuration;
+    next.canvasBackground.mode = mode;
+    setConfiguration(next);
     pushCanvasSettings();
     schedulePersistence();
 }
@@ -187,7 +179,9 @@ bool MainViewModel::importCanvasBackground(const QUrl& file)
                    qUtf8Printable(error->description));
         return false;
     }
-    setCanvasBackground(std::get<CanvasBackgroundSelection>(result));
+    ShareConfiguration next = m_configuration;
+    next.canvasBackground = std::get<CanvasBackgroundSelection>(result);
+    setConfiguration(next);
     pushCanvasSettings();
     schedulePersistence();
     return true;
@@ -195,20 +189,14 @@ bool MainViewModel::importCanvasBackground(const QUrl& file)
 
 void MainViewModel::setAlwaysOnTop(bool onTop)
 {
-    if (onTop == m_isAlwaysOnTop)
-        return;
-    m_isAlwaysOnTop = onTop;
-    Q_EMIT isAlwaysOnTopChanged(m_isAlwaysOnTop);
-    schedulePersistence();
+    if (updateProperty(this, m_isAlwaysOnTop, onTop, &MainViewModel::isAlwaysOnTopChanged))
+        schedulePersistence();
 }
 
 void MainViewModel::setCameraOverlay(const CameraOverlayConfiguration& configuration)
 {
-    if (configuration == m_cameraOverlay)
-        return;
-    m_cameraOverlay = configuration;
-    Q_EMIT cameraOverlayChanged(m_cameraOverlay);
-    schedulePersistence();
+    if (updateProperty(this, m_cameraOverlay, configuration, &MainViewModel::cameraOverlayChanged))
+        schedulePersistence();
 }
 
 void MainViewModel::setPanicHidden(bool hidden)
@@ -221,7 +209,7 @@ void MainViewModel::setPanicHidden(bool hidden)
 
 void MainViewModel::toggleApplication(const ShareableApp& app)
 {
-    VisibilityPolicy policy = m_policy;
+    VisibilityPolicy policy = m_configuration.policy;
     policy.toggleApplication(app.identity, windowIdentities(app));
     setPolicy(policy);
     syncSourceList();
@@ -231,7 +219,7 @@ void MainViewModel::toggleApplication(const ShareableApp& app)
 
 void MainViewModel::toggleWindow(const ShareableWindow& window, const ShareableApp& app)
 {
-    VisibilityPolicy policy = m_policy;
+    VisibilityPolicy policy = m_configuration.policy;
     policy.toggleWindow(WindowIdentity(window), windowIdentities(app));
     setPolicy(policy);
     syncSourceList();
@@ -243,10 +231,10 @@ void MainViewModel::resetRules()
 {
     if (!hasActiveRules())
         return;
-    VisibilityPolicy policy = m_policy;
+    VisibilityPolicy policy = m_configuration.policy;
     policy.clearActiveRules();
     setPolicy(policy);
-    setActivePresetID(std::nullopt);
+    m_presetModel->setActivePresetID(std::nullopt);
     syncSourceList();
     scheduleCaptureUpdate();
     schedulePersistence();
@@ -285,9 +273,10 @@ void MainViewModel::runCaptureUpdate()
     case ScreenRecordingPermissionState::granted:
         break;
     }
+    const ShareConfiguration& c = m_configuration;
     const CaptureBuildResult result =
-        m_filterBuilder.build(m_policy, m_selectedDisplayID, m_discoveryService.catalog(),
-                              m_isPanicHidden, m_outputFrameMode, m_outputContentMode);
+        m_filterBuilder.build(c.policy, c.selectedDisplayID, m_discoveryService.catalog(),
+                              m_isPanicHidden, c.outputFrameMode, c.outputContentMode);
     if (const auto* reason = std::get_if<OutputBlankReason>(&result))
         m_captureEngine.blank(*reason);
     else
@@ -297,13 +286,9 @@ void MainViewModel::runCaptureUpdate()
 PersistedAppState MainViewModel::persistedState() const
 {
     PersistedAppState state;
-    state.policy = m_policy;
-    state.selectedDisplayID = m_selectedDisplayID;
-    state.presets = m_presets;
+    state.configuration = m_configuration;
+    state.presets = m_presetModel->presets();
     state.isAlwaysOnTop = m_isAlwaysOnTop;
-    state.outputFrameMode = m_outputFrameMode;
-    state.outputContentMode = m_outputContentMode;
-    state.canvasBackground = m_canvasBackground;
     state.cameraOverlay = m_cameraOverlay;
     return state;
 }
@@ -318,19 +303,19 @@ void MainViewModel::runPersistence()
 
 QList<ShareableApp> MainViewModel::applicationsOnSelectedDisplay() const
 {
-    return m_discoveryService.catalog().applicationsOnDisplay(m_selectedDisplayID);
+    return m_discoveryService.catalog().applicationsOnDisplay(selectedDisplayID());
 }
 
 void MainViewModel::syncSourceList()
 {
-    m_appListViewModel->update(applicationsOnSelectedDisplay(), m_policy);
+    m_appListViewModel->update(applicationsOnSelectedDisplay(), policy());
 }
 
 void MainViewModel::pushCanvasSettings()
 {
-    m_captureEngine.updateCanvas(
-        m_outputContentMode, m_canvasBackground.mode,
-        m_presetStore.canvasImageURL(m_canvasBackground.imageRelativePath));
+    const CanvasBackgroundSelection& canvas = canvasBackground();
+    m_captureEngine.updateCanvas(outputContentMode(), canvas.mode,
+                                 m_presetStore.canvasImageURL(canvas.imageRelativePath));
 }
 
 // ---- queries ----------------------------------------------------------------
@@ -353,19 +338,19 @@ QList<WindowIdentity> MainViewModel::windowIdentities(const ShareableApp& app) c
 
 bool MainViewModel::isApplicationSelected(const ShareableApp& app) const
 {
-    return m_policy.isApplicationSelected(app.identity, windowIdentities(app));
+    return policy().isApplicationSelected(app.identity, windowIdentities(app));
 }
 
 SourceVisibilityState MainViewModel::visibilityState(const ShareableApp& app) const
 {
-    return m_policy.applicationState(app.identity, windowIdentities(app));
+    return policy().applicationState(app.identity, windowIdentities(app));
 }
 
 QString MainViewModel::selectedDisplayName() const
 {
-    if (m_selectedDisplayID) {
+    if (const std::optional<quint32> selected = selectedDisplayID()) {
         for (const ShareableDisplay& display : m_displays) {
-            if (display.id == *m_selectedDisplayID)
+            if (display.id == *selected)
                 return display.name;
         }
     }
@@ -381,90 +366,111 @@ QString MainViewModel::sourceSummary() const
     return u"%1 apps \u2022 %2 windows"_s.arg(applications.size()).arg(windows);
 }
 
+// ---- presets and the live configuration -------------------------------------
+
+void MainViewModel::applyPreset(const QString& id)
+{
+    const SharePreset* found = m_presetModel->preset(id);
+    if (!found)
+        return;
+    ShareConfiguration next = found->configuration;
+    // A preset without a display keeps the selection, or takes the first display.
+    if (!next.selectedDisplayID)
+        next.selectedDisplayID = selectedDisplayID();
+    if (!next.selectedDisplayID && !m_displays.isEmpty())
+        next.selectedDisplayID = m_displays.first().id;
+    setConfiguration(next);
+    assignPanicHidden(false);
+    m_presetModel->setActivePresetID(id);
+
+    syncSourceList();
+    pushCanvasSettings();
+    scheduleCaptureUpdate();
+    schedulePersistence();
+}
+
+void MainViewModel::savePreset(const QString& id)
+{
+    m_presetModel->savePreset(id, m_configuration, m_clock.now());
+}
+
+void MainViewModel::clearPreset(const QString& id)
+{
+    m_presetModel->clearPreset(id, m_configuration);
+}
+
+bool MainViewModel::presetMatchesCurrentState(const SharePreset& preset) const
+{
+    return preset.configuration.matches(m_configuration);
+}
+
+std::optional<QString> MainViewModel::activePresetTitle() const
+{
+    return m_presetModel->activePresetTitle(m_configuration);
+}
+
 // ---- observable setters -----------------------------------------------------
+
+void MainViewModel::setConfiguration(const ShareConfiguration& next)
+{
+    if (next == m_configuration)
+        return;
+    ShareConfiguration& c = m_configuration;
+    updateProperty(this, c.policy, next.policy, &MainViewModel::policyChanged);
+    updateProperty(this, c.selectedDisplayID, next.selectedDisplayID,
+                   &MainViewModel::selectedDisplayIDChanged);
+    updateProperty(this, c.outputFrameMode, next.outputFrameMode,
+                   &MainViewModel::outputFrameModeChanged);
+    updateProperty(this, c.outputContentMode, next.outputContentMode,
+                   &MainViewModel::outputContentModeChanged);
+    updateProperty(this, c.canvasBackground, next.canvasBackground,
+                   &MainViewModel::canvasBackgroundChanged);
+    Q_EMIT configurationChanged(m_configuration);
+}
 
 void MainViewModel::setPolicy(const VisibilityPolicy& policy)
 {
-    if (assign(m_policy, policy))
-        Q_EMIT policyChanged(m_policy);
+    ShareConfiguration next = m_configuration;
+    next.policy = policy;
+    setConfiguration(next);
 }
 
 void MainViewModel::setSelectedDisplayID(std::optional<quint32> displayID)
 {
-    if (assign(m_selectedDisplayID, displayID))
-        Q_EMIT selectedDisplayIDChanged(m_selectedDisplayID);
+    ShareConfiguration next = m_configuration;
+    next.selectedDisplayID = displayID;
+    setConfiguration(next);
 }
 
 void MainViewModel::setDisplays(const QList<ShareableDisplay>& displays)
 {
-    if (assign(m_displays, displays))
-        Q_EMIT displaysChanged(m_displays);
-}
-
-void MainViewModel::setPresets(const QList<SharePreset>& presets)
-{
-    if (assign(m_presets, presets))
-        Q_EMIT presetsChanged(m_presets);
+    updateProperty(this, m_displays, displays, &MainViewModel::displaysChanged);
 }
 
 void MainViewModel::setPermissionState(ScreenRecordingPermissionState state)
 {
-    if (assign(m_permissionState, state))
-        Q_EMIT permissionStateChanged(m_permissionState);
+    updateProperty(this, m_permissionState, state, &MainViewModel::permissionStateChanged);
 }
 
 void MainViewModel::setStreamStatus(const StreamStatus& status)
 {
-    if (assign(m_streamStatus, status))
-        Q_EMIT streamStatusChanged(m_streamStatus);
+    updateProperty(this, m_streamStatus, status, &MainViewModel::streamStatusChanged);
 }
 
 void MainViewModel::setDiscoveryErrorMessage(const std::optional<QString>& message)
 {
-    if (assign(m_discoveryErrorMessage, message))
-        Q_EMIT discoveryErrorMessageChanged(m_discoveryErrorMessage);
-}
-
-void MainViewModel::setHasStarted(bool started)
-{
-    if (assign(m_hasStarted, started))
-        Q_EMIT hasStartedChanged(m_hasStarted);
+    updateProperty(this, m_discoveryErrorMessage, message,
+                   &MainViewModel::discoveryErrorMessageChanged);
 }
 
 void MainViewModel::setRefreshing(bool refreshing)
 {
-    if (assign(m_isRefreshing, refreshing))
-        Q_EMIT isRefreshingChanged(m_isRefreshing);
+    updateProperty(this, m_isRefreshing, refreshing, &MainViewModel::isRefreshingChanged);
 }
 
 void MainViewModel::assignPanicHidden(bool hidden)
 {
-    if (assign(m_isPanicHidden, hidden))
-        Q_EMIT isPanicHiddenChanged(m_isPanicHidden);
-}
-
-void MainViewModel::assignOutputFrameMode(OutputFrameMode mode)
-{
-    if (assign(m_outputFrameMode, mode))
-        Q_EMIT outputFrameModeChanged(m_outputFrameMode);
-}
-
-void MainViewModel::assignOutputContentMode(OutputContentMode mode)
-{
-    if (assign(m_outputContentMode, mode))
-        Q_EMIT outputContentModeChanged(m_outputContentMode);
-}
-
-void MainViewModel::setCanvasBackground(const CanvasBackgroundSelection& selection)
-{
-    if (assign(m_canvasBackground, selection))
-        Q_EMIT canvasBackgroundChanged(m_canvasBackground);
-}
-
-void MainViewModel::setActivePresetID(const std::optional<QString>& id)
-{
-    if (assign(m_activePresetID, id))
-        Q_EMIT activePresetIDChanged(m_activePresetID);
+    updateProperty(this, m_isPanicHidden, hidden, &MainViewModel::isPanicHiddenChanged);
 }
 
 } // namespace vistrel

@@ -1,8 +1,8 @@
 #pragma once
 
 // The coordinator between the user's choices and the capture pipeline. It
-// owns the live configuration (visibility policy, selected display, output
-// modes, canvas, camera overlay, presets), mirrors the permission, discovery
+// owns the live configuration (what is shared and how, the camera overlay,
+// the presets through its preset model), mirrors the permission, discovery
 // and capture services for the interface, and turns every change into two
 // debounced jobs: a capture update 120 ms after the last change (build a plan
 // and hand it to the engine) and a save of the state file 300 ms after the
@@ -23,8 +23,11 @@
 #include "capture/PermissionManager.h"
 #include "capture/StreamStatus.h"
 #include "coordination/AppListViewModel.h"
+#include "coordination/Clock.h"
+#include "coordination/PresetModel.h"
 #include "model/OutputSettings.h"
 #include "model/PersistedAppState.h"
+#include "model/ShareConfiguration.h"
 #include "model/SharePreset.h"
 #include "model/SourceIdentity.h"
 #include "model/VisibilityPolicy.h"
@@ -47,12 +50,13 @@ struct ShareableCatalog;
 
 class MainViewModel : public QObject {
     Q_OBJECT
+    // The five values below as one; each of them also has its own property.
+    Q_PROPERTY(
+        vistrel::ShareConfiguration configuration READ configuration NOTIFY configurationChanged)
     Q_PROPERTY(vistrel::VisibilityPolicy policy READ policy NOTIFY policyChanged)
     Q_PROPERTY(std::optional<quint32> selectedDisplayID READ selectedDisplayID NOTIFY
                    selectedDisplayIDChanged)
     Q_PROPERTY(QList<vistrel::ShareableDisplay> displays READ displays NOTIFY displaysChanged)
-    // Built-in presets first (Presentation, Meeting), then custom ones in user order.
-    Q_PROPERTY(QList<vistrel::SharePreset> presets READ presets NOTIFY presetsChanged)
     Q_PROPERTY(vistrel::ScreenRecordingPermissionState permissionState READ permissionState NOTIFY
                    permissionStateChanged)
     Q_PROPERTY(vistrel::StreamStatus streamStatus READ streamStatus NOTIFY streamStatusChanged)
@@ -73,33 +77,29 @@ class MainViewModel : public QObject {
                    canvasBackgroundChanged)
     Q_PROPERTY(vistrel::CameraOverlayConfiguration cameraOverlay READ cameraOverlay WRITE
                    setCameraOverlay NOTIFY cameraOverlayChanged)
-    // The preset last applied or saved; never saved.
-    Q_PROPERTY(
-        std::optional<QString> activePresetID READ activePresetID NOTIFY activePresetIDChanged)
     Q_PROPERTY(vistrel::AppListViewModel* appListViewModel READ appListViewModel CONSTANT)
+    Q_PROPERTY(vistrel::PresetModel* presetModel READ presetModel CONSTANT)
 
 public:
     static constexpr std::chrono::milliseconds captureUpdateDelay{120};
     static constexpr std::chrono::milliseconds persistenceDelay{300};
 
-    static constexpr int maximumCustomPresets = 2;
-    // In user-perceived characters, after trimming; this many is accepted.
-    static constexpr int maximumPresetNameLength = 32;
-
     // Loads the state document from the store and subscribes to the services;
-    // fetches and captures nothing.
+    // fetches and captures nothing. The jobs wait on `clock`, which also
+    // dates saved presets.
     MainViewModel(PermissionManager& permissionManager,
                   ScreenShareDiscoveryService& discoveryService,
                   const CaptureFilterBuilder& filterBuilder, CaptureEngine& captureEngine,
-                  PresetStore& presetStore, QObject* parent = nullptr);
+                  PresetStore& presetStore, Clock& clock = Clock::system(),
+                  QObject* parent = nullptr);
     // Pending jobs are cancelled.
     ~MainViewModel() override;
 
     // ---- observable state ----------------------------------------------
-    const VisibilityPolicy& policy() const { return m_policy; }
-    std::optional<quint32> selectedDisplayID() const { return m_selectedDisplayID; }
+    const ShareConfiguration& configuration() const { return m_configuration; }
+    const VisibilityPolicy& policy() const { return m_configuration.policy; }
+    std::optional<quint32> selectedDisplayID() const { return m_configuration.selectedDisplayID; }
     const QList<ShareableDisplay>& displays() const { return m_displays; }
-    const QList<SharePreset>& presets() const { return m_presets; }
     ScreenRecordingPermissionState permissionState() const { return m_permissionState; }
     StreamStatus streamStatus() const { return m_streamStatus; }
     std::optional<QString> discoveryErrorMessage() const { return m_discoveryErrorMessage; }
@@ -107,12 +107,15 @@ public:
     bool isRefreshing() const { return m_isRefreshing; }
     bool isPanicHidden() const { return m_isPanicHidden; }
     bool isAlwaysOnTop() const { return m_isAlwaysOnTop; }
-    OutputFrameMode outputFrameMode() const { return m_outputFrameMode; }
-    OutputContentMode outputContentMode() const { return m_outputContentMode; }
-    const CanvasBackgroundSelection& canvasBackground() const { return m_canvasBackground; }
+    OutputFrameMode outputFrameMode() const { return m_configuration.outputFrameMode; }
+    OutputContentMode outputContentMode() const { return m_configuration.outputContentMode; }
+    const CanvasBackgroundSelection& canvasBackground() const
+    {
+        return m_configuration.canvasBackground;
+    }
     const CameraOverlayConfiguration& cameraOverlay() const { return m_cameraOverlay; }
-    std::optional<QString> activePresetID() const { return m_activePresetID; }
     AppListViewModel* appListViewModel() const { return m_appListViewModel; }
+    PresetModel* presetModel() const { return m_presetModel; }
 
     // ---- operations ----------------------------------------------------
     // Checks the permission and, when granted, starts discovery; only the
@@ -154,25 +157,11 @@ public:
     QString selectedDisplayName() const;
     // "<n> apps • <m> windows" for the selected display.
     QString sourceSummary() const;
-    QString ruleCountText() const { return m_policy.activeRuleCountText(); }
-    bool hasActiveRules() const { return m_policy.hasActiveRules(); }
+    QString ruleCountText() const { return policy().activeRuleCountText(); }
+    bool hasActiveRules() const { return policy().hasActiveRules(); }
 
-    // ---- presets (MainViewModelPresets.cpp) ----------------------------
-    QList<SharePreset> builtInPresets() const;
-    QList<SharePreset> customPresets() const;
-    // The message to show, or none when the name is acceptable. excludedID is
-    // the preset being renamed; absent when creating.
-    std::optional<QString>
-    validatePresetName(const QString& name,
-                       const std::optional<QString>& excludedID = std::nullopt) const;
-    // The new preset's id; none when the name is refused. The preset starts
-    // empty and is not applied.
-    std::optional<QString> createCustomPreset(const QString& title);
-    // False for built-ins, unknown ids and refused names.
-    bool renamePreset(const QString& id, const QString& title);
-    void deletePreset(const QString& id);
-    // One place among the custom presets; nothing at either end.
-    void moveCustomPreset(const QString& id, bool downward);
+    // ---- presets and the live configuration ----------------------------
+    // Names, creation, renaming, deletion and order are the preset model's.
     // Makes the preset's configuration live and ends panic hide.
     void applyPreset(const QString& id);
     // Stores the live configuration into the preset and makes it active.
@@ -190,7 +179,6 @@ Q_SIGNALS:
     void policyChanged(const vistrel::VisibilityPolicy& policy);
     void selectedDisplayIDChanged(std::optional<quint32> selectedDisplayID);
     void displaysChanged(const QList<vistrel::ShareableDisplay>& displays);
-    void presetsChanged(const QList<vistrel::SharePreset>& presets);
     void permissionStateChanged(vistrel::ScreenRecordingPermissionState permissionState);
     void streamStatusChanged(const vistrel::StreamStatus& streamStatus);
     void discoveryErrorMessageChanged(const std::optional<QString>& discoveryErrorMessage);
@@ -201,8 +189,9 @@ Q_SIGNALS:
     void outputFrameModeChanged(vistrel::OutputFrameMode outputFrameMode);
     void outputContentModeChanged(vistrel::OutputContentMode outputContentMode);
     void canvasBackgroundChanged(const vistrel::CanvasBackgroundSelection& canvasBackground);
+    // After the signals of the single values that changed.
+    void configurationChanged(const vistrel::ShareConfiguration& configuration);
     void cameraOverlayChanged(const vistrel::CameraOverlayConfiguration& cameraOverlay);
-    void activePresetIDChanged(const std::optional<QString>& activePresetID);
 
 private:
     void subscribe();
@@ -217,29 +206,23 @@ private:
     void runCaptureUpdate();
     void runPersistence();
 
+    // Announces each value that differs, then the whole configuration.
+    void setConfiguration(const ShareConfiguration& configuration);
     void setPolicy(const VisibilityPolicy& policy);
     void setSelectedDisplayID(std::optional<quint32> displayID);
     void setDisplays(const QList<ShareableDisplay>& displays);
-    void setPresets(const QList<SharePreset>& presets);
     void setPermissionState(ScreenRecordingPermissionState state);
     void setStreamStatus(const StreamStatus& status);
     void setDiscoveryErrorMessage(const std::optional<QString>& message);
-    void setHasStarted(bool started);
     void setRefreshing(bool refreshing);
     void assignPanicHidden(bool hidden);
-    void assignOutputFrameMode(OutputFrameMode mode);
-    void assignOutputContentMode(OutputContentMode mode);
-    void setCanvasBackground(const CanvasBackgroundSelection& selection);
-    void setActivePresetID(const std::optional<QString>& id);
-
-    SharePreset* findPreset(const QString& id);
 
     AppListViewModel* m_appListViewModel;
+    PresetModel* m_presetModel;
+    Clock& m_clock;
 
-    VisibilityPolicy m_policy;
-    std::optional<quint32> m_selectedDisplayID;
+    ShareConfiguration m_configuration;
     QList<ShareableDisplay> m_displays;
-    QList<SharePreset> m_presets;
     ScreenRecordingPermissionState m_permissionState = ScreenRecordingPermissionState::checking;
     StreamStatus m_streamStatus;
     std::optional<QString> m_discoveryErrorMessage;
@@ -247,11 +230,7 @@ private:
     bool m_isRefreshing = false;
     bool m_isPanicHidden = false;
     bool m_isAlwaysOnTop = true;
-    OutputFrameMode m_outputFrameMode = OutputFrameMode::screen;
-    OutputContentMode m_outputContentMode = OutputContentMode::sanitized;
-    CanvasBackgroundSelection m_canvasBackground;
     CameraOverlayConfiguration m_cameraOverlay;
-    std::optional<QString> m_activePresetID;
 
     PermissionManager& m_permissionManager;
     ScreenShareDiscoveryService& m_discoveryService;

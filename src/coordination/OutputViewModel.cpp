@@ -4,6 +4,7 @@
 #include "capture/OutputRenderer.h"
 #include "coordination/CameraSessionManager.h"
 #include "coordination/MainViewModel.h"
+#include "model/ObservableProperty.h"
 
 #include <algorithm>
 
@@ -12,15 +13,6 @@ using namespace Qt::StringLiterals;
 namespace vistrel {
 
 namespace {
-
-// Stores the value when it differs; the caller notifies only then.
-template<typename T> bool assign(T& member, const T& value)
-{
-    if (member == value)
-        return false;
-    member = value;
-    return true;
-}
 
 bool isPositive(const QSizeF& size)
 {
@@ -177,10 +169,9 @@ void OutputViewModel::raiseRecenterToken()
 
 void OutputViewModel::receiveCameraOverlay(const CameraOverlayConfiguration& configuration)
 {
-    if (assign(m_cameraOverlay, configuration)) {
-        Q_EMIT cameraOverlayChanged(m_cameraOverlay);
+    if (updateProperty(this, m_cameraOverlay, configuration,
+                       &OutputViewModel::cameraOverlayChanged))
         Q_EMIT presentationChanged();
-    }
     // Every value is handed on, also an unchanged one: the manager leaves a
     // session that already matches alone, and a camera that stopped on its
     // own gets another chance.
@@ -281,83 +272,67 @@ bool OutputViewModel::showsCameraOverlay() const
 
 void OutputViewModel::setPermissionState(ScreenRecordingPermissionState state)
 {
-    if (!assign(m_permissionState, state))
-        return;
-    Q_EMIT permissionStateChanged(m_permissionState);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_permissionState, state, &OutputViewModel::permissionStateChanged))
+        Q_EMIT presentationChanged();
 }
 
 void OutputViewModel::setStreamStatus(const StreamStatus& status)
 {
-    if (!assign(m_streamStatus, status))
-        return;
-    Q_EMIT streamStatusChanged(m_streamStatus);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_streamStatus, status, &OutputViewModel::streamStatusChanged))
+        Q_EMIT presentationChanged();
 }
 
 void OutputViewModel::setActiveDisplay(const std::optional<ShareableDisplay>& display)
 {
-    if (!assign(m_activeDisplay, display))
-        return;
-    Q_EMIT activeDisplayChanged(m_activeDisplay);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_activeDisplay, display, &OutputViewModel::activeDisplayChanged))
+        Q_EMIT presentationChanged();
 }
 
 void OutputViewModel::setActiveCanvasSize(const std::optional<QSizeF>& size)
 {
-    if (!assign(m_activeCanvasSize, size))
-        return;
-    Q_EMIT activeCanvasSizeChanged(m_activeCanvasSize);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_activeCanvasSize, size, &OutputViewModel::activeCanvasSizeChanged))
+        Q_EMIT presentationChanged();
 }
 
 void OutputViewModel::setHasDisplayedFrame(bool displayed)
 {
-    if (!assign(m_hasDisplayedFrame, displayed))
-        return;
-    Q_EMIT hasDisplayedFrameChanged(m_hasDisplayedFrame);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_hasDisplayedFrame, displayed,
+                       &OutputViewModel::hasDisplayedFrameChanged))
+        Q_EMIT presentationChanged();
 }
 
 void OutputViewModel::setOutputContentMode(OutputContentMode mode)
 {
-    if (!assign(m_outputContentMode, mode))
-        return;
-    Q_EMIT outputContentModeChanged(m_outputContentMode);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_outputContentMode, mode, &OutputViewModel::outputContentModeChanged))
+        Q_EMIT presentationChanged();
 }
 
 void OutputViewModel::setCanvasBackgroundImage(const QImage& image)
 {
     // Cheap when unchanged: equal images share their data.
-    if (!assign(m_canvasBackgroundImage, image))
-        return;
-    Q_EMIT canvasBackgroundImageChanged(m_canvasBackgroundImage);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_canvasBackgroundImage, image,
+                       &OutputViewModel::canvasBackgroundImageChanged))
+        Q_EMIT presentationChanged();
 }
 
 void OutputViewModel::setCanvasBackgroundColor(const QColor& color)
 {
-    if (!assign(m_canvasBackgroundColor, color))
-        return;
-    Q_EMIT canvasBackgroundColorChanged(m_canvasBackgroundColor);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_canvasBackgroundColor, color,
+                       &OutputViewModel::canvasBackgroundColorChanged))
+        Q_EMIT presentationChanged();
 }
 
 void OutputViewModel::setPreferredDisplay(const std::optional<ShareableDisplay>& display)
 {
-    if (!assign(m_preferredDisplay, display))
-        return;
-    Q_EMIT preferredDisplayChanged(m_preferredDisplay);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_preferredDisplay, display,
+                       &OutputViewModel::preferredDisplayChanged))
+        Q_EMIT presentationChanged();
 }
 
 void OutputViewModel::setPanicHidden(bool hidden)
 {
-    if (!assign(m_isPanicHidden, hidden))
-        return;
-    Q_EMIT isPanicHiddenChanged(m_isPanicHidden);
-    Q_EMIT presentationChanged();
+    if (updateProperty(this, m_isPanicHidden, hidden, &OutputViewModel::isPanicHiddenChanged))
+        Q_EMIT presentationChanged();
 }
 
 } // namespace vistrel

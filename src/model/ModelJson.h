@@ -16,10 +16,12 @@
 #include "model/JsonContext.h"
 #include "model/JsonResult.h"
 #include "model/OutputSettings.h"
+#include "model/ShareConfiguration.h"
 #include "model/SharePreset.h"
 #include "model/SourceIdentity.h"
 #include "model/VisibilityPolicy.h"
 
+#include <QJsonObject>
 #include <QJsonValue>
 
 namespace vistrel {
@@ -39,6 +41,8 @@ QJsonValue write(Context& context, const VisibilityPolicy& value);
 QJsonValue write(Context& context, const CanvasBackgroundSelection& value);
 QJsonValue write(Context& context, const CameraOverlayConfiguration& value);
 QJsonValue write(Context& context, const SharePreset& value);
+// The configuration's keys, as a preset and the state document both hold them.
+void writeMembers(Context& context, const ShareConfiguration& value, QJsonObject& object);
 
 bool read(Context& context, const QJsonValue& json, AppIdentity& out);
 bool read(Context& context, const QJsonValue& json, WindowIdentity& out);
@@ -48,6 +52,9 @@ bool read(Context& context, const QJsonValue& json, CanvasBackgroundSelection& o
 bool read(Context& context, const QJsonValue& json, CameraOverlayConfiguration& out);
 // Current format, or the older one ("kind" instead of "id"), migrated.
 bool read(Context& context, const QJsonValue& json, SharePreset& out);
+// `policyRequired`: the state document must hold a policy, a preset need not.
+bool readMembers(Context& context, const QJsonObject& object, ShareConfiguration& out,
+                 bool policyRequired);
 } // namespace json
 
 } // namespace vistrel

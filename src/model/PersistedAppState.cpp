@@ -44,9 +44,7 @@ JsonResult<QByteArray> encodePersistedAppState(const PersistedAppState& state)
         json::Context::Scope scope(context, key);
         object.insert(key, json::write(context, value));
     };
-    member(u"policy"_s, state.policy);
-    if (state.selectedDisplayID)
-        object.insert(u"selectedDisplayID"_s, qint64(*state.selectedDisplayID));
+    json::writeMembers(context, state.configuration, object);
     {
         json::Context::Scope scope(context, u"presets"_s);
         QJsonArray presets;
@@ -57,9 +55,6 @@ JsonResult<QByteArray> encodePersistedAppState(const PersistedAppState& state)
         object.insert(u"presets"_s, presets);
     }
     object.insert(u"isAlwaysOnTop"_s, state.isAlwaysOnTop);
-    object.insert(u"outputFrameMode"_s, caseName(state.outputFrameMode));
-    object.insert(u"outputContentMode"_s, caseName(state.outputContentMode));
-    member(u"canvasBackground"_s, state.canvasBackground);
     member(u"cameraOverlay"_s, state.cameraOverlay);
     if (context.failed())
         return context.error();
@@ -86,13 +81,6 @@ JsonResult<PersistedAppState> decodePersistedAppState(const QByteArray& bytes)
             return json::read(c, v, target);
         };
     };
-    const auto display = [&state](json::Context& c, const QJsonValue& v) {
-        quint32 id = 0;
-        if (!json::readUInt32(c, v, id))
-            return false;
-        state.selectedDisplayID = id;
-        return true;
-    };
     const auto presets = [&state](json::Context& c, const QJsonValue& v) {
         QJsonArray array;
         if (!json::readArray(c, v, array))
@@ -110,20 +98,10 @@ JsonResult<PersistedAppState> decodePersistedAppState(const QByteArray& bytes)
     const auto alwaysOnTop = [&state](json::Context& c, const QJsonValue& v) {
         return json::readBool(c, v, state.isAlwaysOnTop);
     };
-    const auto frame = [&state](json::Context& c, const QJsonValue& v) {
-        return json::readEnum(c, v, allOutputFrameModes, state.outputFrameMode);
-    };
-    const auto content = [&state](json::Context& c, const QJsonValue& v) {
-        return json::readEnum(c, v, allOutputContentModes, state.outputContentMode);
-    };
     const bool ok =
-        json::readRequired(context, object, u"policy"_s, value(state.policy)) &&
-        json::readOptional(context, object, u"selectedDisplayID"_s, display) &&
+        json::readMembers(context, object, state.configuration, true) &&
         json::readOptional(context, object, u"presets"_s, presets) &&
         json::readOptional(context, object, u"isAlwaysOnTop"_s, alwaysOnTop) &&
-        json::readOptional(context, object, u"outputFrameMode"_s, frame) &&
-        json::readOptional(context, object, u"outputContentMode"_s, content) &&
-        json::readOptional(context, object, u"canvasBackground"_s, value(state.canvasBackground)) &&
         json::readOptional(context, object, u"cameraOverlay"_s, value(state.cameraOverlay));
     if (!ok)
         return context.error();

@@ -17,6 +17,7 @@
 
 #include "model/JsonResult.h"
 #include "model/OutputSettings.h"
+#include "model/ShareConfiguration.h"
 #include "model/SharePreset.h"
 #include "model/VisibilityPolicy.h"
 
@@ -27,13 +28,9 @@
 namespace vistrel {
 
 struct PersistedAppState {
-    VisibilityPolicy policy;
-    std::optional<quint32> selectedDisplayID;
+    ShareConfiguration configuration;
     QList<SharePreset> presets = defaultBuiltInPresets();
     bool isAlwaysOnTop = true;
-    OutputFrameMode outputFrameMode = OutputFrameMode::screen;
-    OutputContentMode outputContentMode = OutputContentMode::sanitized;
-    CanvasBackgroundSelection canvasBackground;
     CameraOverlayConfiguration cameraOverlay = CameraOverlayConfiguration::defaultValue();
 
     // Default policy, no display, the two empty built-ins, always on top,

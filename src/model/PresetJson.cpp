@@ -14,18 +14,10 @@ QJsonValue write(Context& context, const SharePreset& value)
         {u"title"_s, value.title},
         {u"symbolName"_s, value.symbolName},
         {u"category"_s, caseName(value.category)},
-        {u"outputFrameMode"_s, caseName(value.outputFrameMode)},
-        {u"outputContentMode"_s, caseName(value.outputContentMode)},
     };
     if (value.builtInKind)
         object.insert(u"builtInKind"_s, caseName(*value.builtInKind));
-    if (value.selectedDisplayID)
-        object.insert(u"selectedDisplayID"_s, qint64(*value.selectedDisplayID));
-    {
-        Context::Scope scope(context, u"policy"_s);
-        object.insert(u"policy"_s, write(context, value.policy));
-    }
-    object.insert(u"canvasBackground"_s, write(context, value.canvasBackground));
+    writeMembers(context, value.configuration, object);
     {
         Context::Scope scope(context, u"lastUpdated"_s);
         object.insert(u"lastUpdated"_s, writeDate(context, value.lastUpdated));
@@ -82,20 +74,9 @@ bool readCurrent(Context& context, const QJsonObject& object, const QString& id,
     const auto category = [&out](Context& c, const QJsonValue& v) {
         return readEnum(c, v, allPresetCategories, out.category);
     };
-    const auto frame = [&out](Context& c, const QJsonValue& v) {
-        return readEnum(c, v, allOutputFrameModes, out.outputFrameMode);
-    };
-    const auto content = [&out](Context& c, const QJsonValue& v) {
-        return readEnum(c, v, allOutputContentModes, out.outputContentMode);
-    };
     if (!readOptional(context, object, u"category"_s, category) ||
         !readOptional(context, object, u"builtInKind"_s, intoKind) ||
-        !readOptional(context, object, u"policy"_s, intoValue(out.policy)) ||
-        !readOptional(context, object, u"selectedDisplayID"_s,
-                      intoDisplay(out.selectedDisplayID)) ||
-        !readOptional(context, object, u"outputFrameMode"_s, frame) ||
-        !readOptional(context, object, u"outputContentMode"_s, content) ||
-        !readOptional(context, object, u"canvasBackground"_s, intoValue(out.canvasBackground)) ||
+        !readMembers(context, object, out.configuration, false) ||
         !readOptional(context, object, u"lastUpdated"_s, intoDate(out.lastUpdated)))
         return false;
     out.builtInKind = kind;
@@ -146,13 +127,49 @@ bool readLegacy(Context& context, const QJsonObject& object, SharePreset& out)
         if (!hasContent)
             return true; // stays empty, whatever mode the stored policy had
     }
-    out.policy = policy;
-    out.selectedDisplayID = displayID;
+    out.configuration.policy = policy;
+    out.configuration.selectedDisplayID = displayID;
     out.lastUpdated = lastUpdated;
     return true;
 }
 
 } // namespace
+
+void writeMembers(Context& context, const ShareConfiguration& value, QJsonObject& object)
+{
+    {
+        Context::Scope scope(context, u"policy"_s);
+        object.insert(u"policy"_s, write(context, value.policy));
+    }
+    if (value.selectedDisplayID)
+        object.insert(u"selectedDisplayID"_s, qint64(*value.selectedDisplayID));
+    object.insert(u"outputFrameMode"_s, caseName(value.outputFrameMode));
+    object.insert(u"outputContentMode"_s, caseName(value.outputContentMode));
+    {
+        Context::Scope scope(context, u"canvasBackground"_s);
+        object.insert(u"canvasBackground"_s, write(context, value.canvasBackground));
+    }
+}
+
+bool readMembers(Context& context, const QJsonObject& object, ShareConfiguration& out,
+                 bool policyRequired)
+{
+    const auto frame = [&out](Context& c, const QJsonValue& v) {
+        return readEnum(c, v, allOutputFrameModes, out.outputFrameMode);
+    };
+    const auto content = [&out](Context& c, const QJsonValue& v) {
+        return readEnum(c, v, allOutputContentModes, out.outputContentMode);
+    };
+    const bool policy = policyRequired
+                            ? readRequired(context, object, u"policy"_s, intoValue(out.policy))
+                            : readOptional(context, object, u"policy"_s, intoValue(out.policy));
+    return policy &&
+           readOptional(context, object, u"selectedDisplayID"_s,
+                        intoDisplay(out.selectedDisplayID)) &&
+           readOptional(context, object, u"outputFrameMode"_s, frame) &&
+           readOptional(context, object, u"outputContentMode"_s, content) &&
+           readOptional(context, object, u"canvasBackground"_s, intoValue(out.canvasBackground));
+}
 
 bool read(Context& context, const QJsonValue& json, SharePreset& out)
 {

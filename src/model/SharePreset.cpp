@@ -48,30 +48,38 @@ QString builtInPresetSymbolName(BuiltInPresetKind kind)
 
 bool SharePreset::hasSavedConfiguration() const
 {
-    return !(policy == VisibilityPolicy::defaultValue() && !selectedDisplayID &&
-             outputFrameMode == OutputFrameMode::screen &&
-             outputContentMode == OutputContentMode::sanitized && canvasBackground.isDefault() &&
-             lastUpdated == distantPast());
+    return !(configuration.isEmpty() && lastUpdated == distantPast());
+}
+
+SharePreset SharePreset::cleared() const
+{
+    SharePreset preset = *this;
+    preset.configuration = ShareConfiguration{};
+    preset.lastUpdated = distantPast();
+    return preset;
 }
 
 QString SharePreset::summaryText() const
 {
-    const RuleSet& rules = policy.activeRules();
+    const ShareConfiguration& c = configuration;
+    const RuleSet& rules = c.policy.activeRules();
     const qsizetype apps = rules.applications.size();
     const qsizetype windows = rules.windows.size();
-    const bool nothing = lastUpdated == distantPast() && !selectedDisplayID && apps == 0 &&
-                         windows == 0 && outputFrameMode == OutputFrameMode::screen &&
-                         outputContentMode == OutputContentMode::sanitized &&
-                         canvasBackground.isDefault();
+    // Only the active rules count here: a never-saved preset whose mode alone
+    // changed still reads as empty.
+    const bool nothing = lastUpdated == distantPast() && !c.selectedDisplayID && apps == 0 &&
+                         windows == 0 && c.outputFrameMode == OutputFrameMode::screen &&
+                         c.outputContentMode == OutputContentMode::sanitized &&
+                         c.canvasBackground.isDefault();
     if (nothing)
-        return u"Nothing is currently selected \u2022 Frame "_s + vistrel::title(outputFrameMode);
+        return u"Nothing is currently selected \u2022 Frame "_s + vistrel::title(c.outputFrameMode);
     const QStringList parts{
-        vistrel::title(outputContentMode),
-        vistrel::title(policy.mode),
+        vistrel::title(c.outputContentMode),
+        vistrel::title(c.policy.mode),
         QString::number(apps) + u" apps"_s,
         QString::number(windows) + u" windows"_s,
-        u"Frame "_s + vistrel::title(outputFrameMode),
-        u"Canvas "_s + vistrel::title(canvasBackground.mode),
+        u"Frame "_s + vistrel::title(c.outputFrameMode),
+        u"Canvas "_s + vistrel::title(c.canvasBackground.mode),
     };
     return parts.join(u" \u2022 "_s);
 }
@@ -85,12 +93,7 @@ size_t qHash(const SharePreset& p, size_t seed) noexcept
     seed = combine(seed, qToUnderlying(p.category));
     seed = combine(seed, p.builtInKind.has_value());
     seed = combine(seed, qToUnderlying(p.builtInKind.value_or(BuiltInPresetKind::presentation)));
-    seed = combine(seed, p.policy);
-    seed = combine(seed, p.selectedDisplayID.has_value());
-    seed = combine(seed, p.selectedDisplayID.value_or(0));
-    seed = combine(seed, qToUnderlying(p.outputFrameMode));
-    seed = combine(seed, qToUnderlying(p.outputContentMode));
-    seed = combine(seed, p.canvasBackground);
+    seed = combine(seed, p.configuration);
     // Equal instants in different zones compare equal, so hash the instant.
     return combine(seed, p.lastUpdated.isValid() ? p.lastUpdated.toMSecsSinceEpoch() : 0);
 }

@@ -1,11 +1,9 @@
 #pragma once
 
-// A named snapshot of what to share: policy, display, frame and content
-// modes, canvas. Two built-in presets always exist; custom ones are made by
-// the user. The camera overlay and always-on-top flag are not part of it.
+// A named snapshot of what to share. Two built-in presets always exist;
+// custom ones are made by the user.
 
-#include "model/OutputSettings.h"
-#include "model/VisibilityPolicy.h"
+#include "model/ShareConfiguration.h"
 
 #include <QDateTime>
 #include <QList>
@@ -52,16 +50,15 @@ struct SharePreset {
     QString symbolName;
     PresetCategory category = PresetCategory::custom;
     std::optional<BuiltInPresetKind> builtInKind;
-    VisibilityPolicy policy;
-    std::optional<quint32> selectedDisplayID;
-    OutputFrameMode outputFrameMode = OutputFrameMode::screen;
-    OutputContentMode outputContentMode = OutputContentMode::sanitized;
-    CanvasBackgroundSelection canvasBackground;
+    ShareConfiguration configuration;
     QDateTime lastUpdated = distantPast(); // UTC
 
-    // False exactly when every configuration field holds the empty
-    // configuration (id, title, symbol and category are not consulted).
+    // False exactly when the configuration is empty and was never saved
+    // (id, title, symbol and category are not consulted).
     bool hasSavedConfiguration() const;
+    // The same preset, emptied and never saved; identity, title, symbol,
+    // category and kind stay.
+    SharePreset cleared() const;
 
     // One line under the preset's title, e.g.
     // "Sanitized Windows • Allow List • 2 apps • 1 windows • Frame Dynamic • Canvas Gray",

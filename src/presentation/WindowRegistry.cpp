@@ -1,5 +1,7 @@
 #include "presentation/WindowRegistry.h"
 
+#include "model/ObservableProperty.h"
+
 using namespace Qt::StringLiterals;
 
 namespace vistrel {
@@ -181,42 +183,30 @@ void WindowRegistry::refreshVisibleKinds()
 
 void WindowRegistry::setPreferredControlKind(ManagedWindowKind kind)
 {
-    if (m_preferredControlKind == kind)
-        return;
-    m_preferredControlKind = kind;
-    Q_EMIT preferredControlKindChanged(kind);
+    updateProperty(this, m_preferredControlKind, kind,
+                   &WindowRegistry::preferredControlKindChanged);
 }
 
 void WindowRegistry::setInitialControlScreenID(std::optional<quint32> id)
 {
-    if (m_initialControlScreenID == id)
-        return;
-    m_initialControlScreenID = id;
-    Q_EMIT initialControlScreenIDChanged(id);
+    updateProperty(this, m_initialControlScreenID, id,
+                   &WindowRegistry::initialControlScreenIDChanged);
 }
 
 void WindowRegistry::setOutputScreenLockID(std::optional<quint32> id)
 {
-    if (m_outputScreenLockID == id)
-        return;
-    m_outputScreenLockID = id;
-    Q_EMIT outputScreenLockIDChanged(id);
+    updateProperty(this, m_outputScreenLockID, id, &WindowRegistry::outputScreenLockIDChanged);
 }
 
 void WindowRegistry::setOutputPresentation(OutputWindowPresentation presentation)
 {
-    if (m_outputPresentation == presentation)
-        return;
-    m_outputPresentation = presentation;
-    Q_EMIT outputPresentationChanged(presentation);
+    updateProperty(this, m_outputPresentation, presentation,
+                   &WindowRegistry::outputPresentationChanged);
 }
 
 void WindowRegistry::setPreviewVisible(bool visible)
 {
-    if (m_isPreviewVisible == visible)
-        return;
-    m_isPreviewVisible = visible;
-    Q_EMIT isPreviewVisibleChanged(visible);
+    updateProperty(this, m_isPreviewVisible, visible, &WindowRegistry::isPreviewVisibleChanged);
 }
 
 } // namespace vistrel

@@ -31,30 +31,10 @@ SimScene standardScene()
     return s;
 }
 
-FileWriteCounter::FileWriteCounter(QString path) : m_path(std::move(path))
-{
-    m_clock.start();
-    sample();
-    m_writes = 0;
-    m_seenAt.clear();
-    m_timer.setInterval(2);
-    QObject::connect(&m_timer, &QTimer::timeout, [this] { sample(); });
-    m_timer.start();
-}
-
-void FileWriteCounter::sample()
+quint64 fileInode(const QString& path)
 {
     struct stat info {};
-    if (::stat(QFile::encodeName(m_path).constData(), &info) != 0)
-        return;
-    const quint64 inode = info.st_ino;
-    const qint64 modified = qint64(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec;
-    if (inode == m_lastInode && modified == m_lastModified)
-        return;
-    m_lastInode = inode;
-    m_lastModified = modified;
-    ++m_writes;
-    m_seenAt.append(m_clock.elapsed());
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_ino : 0;
 }
 
 CoordinationRig::CoordinationRig(SimScene scene, bool permissionGranted)
@@ -77,7 +57,7 @@ CoordinationRig::~CoordinationRig()
 MainViewModel& CoordinationRig::makeMainViewModel()
 {
     mainViewModel = std::make_unique<MainViewModel>(permissionManager, discovery, filterBuilder,
-                                                    engine, presetStore);
+                                                    engine, presetStore, clock);
     return *mainViewModel;
 }
 
@@ -97,6 +77,13 @@ bool CoordinationRig::startAndDiscover()
     QSignalSpy displays(mainViewModel.get(), &MainViewModel::displaysChanged);
     mainViewModel->start();
     return displays.wait(5000);
+}
+
+void CoordinationRig::runJobs()
+{
+    settle();
+    clock.advance(MainViewModel::persistenceDelay);
+    settle();
 }
 
 ShareableApp CoordinationRig::application(qint32 processID) const

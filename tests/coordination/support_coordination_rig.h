@@ -22,10 +22,9 @@
 #include "platform/sim/SimScreenProvider.h"
 #include "platform/sim/SimUrlOpener.h"
 #include "platform/sim/SimWorld.h"
+#include "support_manual_clock.h"
 
-#include <QElapsedTimer>
 #include <QTemporaryDir>
-#include <QTimer>
 #include <memory>
 
 namespace vistrel::test {
@@ -79,27 +78,9 @@ public:
     int frames = 0;
 };
 
-// Every distinct version of a file, sampled every few milliseconds: atomic
-// saves replace the file, so each write shows as a new inode.
-class FileWriteCounter {
-public:
-    explicit FileWriteCounter(QString path);
-    int writes() const { return m_writes; }
-    // Milliseconds since construction at which each write was first seen.
-    QList<qint64> seenAt() const { return m_seenAt; }
-    qint64 elapsed() const { return m_clock.elapsed(); }
-
-private:
-    void sample();
-
-    QString m_path;
-    QTimer m_timer;
-    QElapsedTimer m_clock;
-    quint64 m_lastInode = 0;
-    qint64 m_lastModified = 0;
-    int m_writes = 0;
-    QList<qint64> m_seenAt;
-};
+// The inode of a file, 0 while there is none: atomic saves replace the file,
+// so each save shows as a new inode.
+quint64 fileInode(const QString& path);
 
 class CoordinationRig {
 public:
@@ -113,6 +94,9 @@ public:
 
     // Starts the main view model and waits for the first catalog to reach it.
     bool startAndDiscover();
+    // Lets both debounced jobs fall due (the clock moves by the longer
+    // delay) and the deliveries they cause arrive.
+    void runJobs();
 
     // Writes a state document as the store would, before the model loads it.
     void writeState(const PersistedAppState& state) { presetStore.save(state); }
@@ -124,6 +108,8 @@ public:
     ShareableWindow window(quint32 windowID) const;
 
     QTemporaryDir dataRoot;
+    // The view models' jobs wait on this clock: it moves only by hand.
+    ManualClock clock;
     SimWorld world;
     SimScreenProvider screens;
     CountingScreenProvider builderScreens{screens};

@@ -1,11 +1,12 @@
 #include "coordination/DebouncedJob.h"
+#include "support_manual_clock.h"
 
-#include <QElapsedTimer>
 #include <QTest>
 #include <memory>
 
 using namespace std::chrono_literals;
 using namespace vistrel;
+using namespace vistrel::test;
 
 class DebouncedJobTest : public QObject {
     Q_OBJECT
@@ -13,79 +14,81 @@ class DebouncedJobTest : public QObject {
 private Q_SLOTS:
     void burstRunsOnceAfterTheLastRequest()
     {
-        int runs = 0;
-        qint64 ranAt = -1;
-        QElapsedTimer clock;
-        DebouncedJob job(120ms, [&] {
-            ++runs;
-            ranAt = clock.elapsed();
-        });
-
-        clock.start();
-        qint64 lastRequest = 0;
+        ManualClock clock;
+        QList<qint64> ranAt;
+        DebouncedJob job(
+            120ms, [&] { ranAt.append(clock.elapsed()); }, clock);
         for (int i = 0; i < 5; ++i) {
             job.schedule();
-            lastRequest = clock.elapsed();
-            QTest::qWait(20);
+            clock.advance(20ms);
         }
+        // The last request came at 80 ms: nothing before 200.
+        clock.advance(99ms);
         QVERIFY(job.isPending());
-        QCOMPARE(runs, 0);
-
-        QTRY_COMPARE_WITH_TIMEOUT(runs, 1, 2000);
-        QVERIFY2(ranAt - lastRequest >= 115, qPrintable(QString::number(ranAt - lastRequest)));
+        QVERIFY(ranAt.isEmpty());
+        clock.advance(1ms);
+        QCOMPARE(ranAt, QList<qint64>{200});
         QVERIFY(!job.isPending());
-        QTest::qWait(250);
+        clock.advance(1000ms);
+        QCOMPARE(ranAt.size(), 1);
+    }
+
+    void cancelAndDestructionPreventAnyEffect()
+    {
+        ManualClock clock;
+        int runs = 0;
+        DebouncedJob job(
+            50ms, [&] { ++runs; }, clock);
+        job.schedule();
+        clock.advance(20ms);
+        job.cancel();
+        QVERIFY(!job.isPending());
+        clock.advance(200ms);
+        QCOMPARE(runs, 0);
+        // A cancelled job can be scheduled again.
+        job.schedule();
+        clock.advance(50ms);
+        QCOMPARE(runs, 1);
+
+        auto parent = std::make_unique<QObject>();
+        (new DebouncedJob(
+             40ms, [&] { ++runs; }, clock, parent.get()))
+            ->schedule();
+        parent.reset();
+        clock.advance(200ms);
         QCOMPARE(runs, 1);
     }
 
-    void cancelledJobHasNoEffect()
-    {
-        int runs = 0;
-        DebouncedJob job(50ms, [&] { ++runs; });
-        job.schedule();
-        QTest::qWait(20);
-        job.cancel();
-        QVERIFY(!job.isPending());
-        QTest::qWait(150);
-        QCOMPARE(runs, 0);
-
-        // Cancelled jobs can be scheduled again.
-        job.schedule();
-        QTRY_COMPARE_WITH_TIMEOUT(runs, 1, 2000);
-    }
-
-    void destroyingTheJobCancelsIt()
-    {
-        int runs = 0;
-        auto parent = std::make_unique<QObject>();
-        auto* job = new DebouncedJob(
-            40ms, [&] { ++runs; }, parent.get());
-        job->schedule();
-        parent.reset();
-        QTest::qWait(120);
-        QCOMPARE(runs, 0);
-    }
-
-    void jobPastItsWaitCompletesAndANewRequestFollows()
+    void requestDuringARunWaitsItsOwnDelay()
     {
         // A request made while the action runs does not stop that run: the
-        // action completes, and the new request waits its own full delay.
+        // action completes, and the new request waits its full delay.
+        ManualClock clock;
         QStringList events;
         std::unique_ptr<DebouncedJob> job;
-        int runs = 0;
-        job = std::make_unique<DebouncedJob>(40ms, [&] {
-            ++runs;
-            events.append(QStringLiteral("begin %1").arg(runs));
-            if (runs == 1)
-                job->schedule();
-            events.append(QStringLiteral("end %1").arg(runs));
-        });
+        job = std::make_unique<DebouncedJob>(
+            40ms,
+            [&] {
+                events.append(u"begin %1"_qs.arg(clock.elapsed()));
+                if (events.size() == 1)
+                    job->schedule();
+                events.append(u"end %1"_qs.arg(clock.elapsed()));
+            },
+            clock);
         job->schedule();
-        QTRY_COMPARE_WITH_TIMEOUT(runs, 2, 2000);
-        QCOMPARE(events, (QStringList{QStringLiteral("begin 1"), QStringLiteral("end 1"),
-                                      QStringLiteral("begin 2"), QStringLiteral("end 2")}));
-        QTest::qWait(120);
-        QCOMPARE(runs, 2);
+        clock.advance(500ms);
+        QCOMPARE(events, (QStringList{u"begin 40"_qs, u"end 40"_qs, u"begin 80"_qs, u"end 80"_qs}));
+    }
+
+    void realClockWaitsTheDelay()
+    {
+        // The program's clock: a real timer that fires once.
+        int runs = 0;
+        DebouncedJob job(10ms, [&] { ++runs; });
+        job.schedule();
+        QVERIFY(job.isPending());
+        QTRY_COMPARE_WITH_TIMEOUT(runs, 1, 5000);
+        QVERIFY(!job.isPending());
     }
 };
 

@@ -196,7 +196,8 @@ private Q_SLOTS:
         // Hold the stream's start: the output stays "starting".
         rig.backend.ledger().setHoldsCompletions(true);
         QVERIFY(rig.startAndDiscover());
-        QTRY_COMPARE_WITH_TIMEOUT(model.streamStatus(), StreamStatus::starting(), 3000);
+        rig.runJobs();
+        QTRY_COMPARE_WITH_TIMEOUT(model.streamStatus(), StreamStatus::starting(), 5000);
         QVERIFY(model.showsNotice());
         QCOMPARE(model.noticeTitle(), u"Preparing Vistrel Output"_s);
         QVERIFY(!model.hasLiveFrame());
@@ -212,8 +213,9 @@ private Q_SLOTS:
         rig.backend.ledger().setHoldsCompletions(false);
         rig.backend.ledger().releaseCompletions();
         main.setPanicHidden(true);
+        rig.runJobs();
         QTRY_COMPARE_WITH_TIMEOUT(model.streamStatus(),
-                                  StreamStatus::blank(OutputBlankReason::panicHidden), 3000);
+                                  StreamStatus::blank(OutputBlankReason::panicHidden), 5000);
         QVERIFY(model.isPanicHidden());
         QVERIFY(!model.hasDisplayedFrame());
         QVERIFY(model.showsNotice());
@@ -268,7 +270,7 @@ private Q_SLOTS:
     {
         CoordinationRig rig;
         PersistedAppState state;
-        state.selectedDisplayID = scene::rightDisplay;
+        state.configuration.selectedDisplayID = scene::rightDisplay;
         rig.writeState(state);
         MainViewModel& main = rig.makeMainViewModel();
         OutputViewModel& model = rig.makeOutputViewModel();

@@ -68,8 +68,9 @@ bool writeFile(const QString& path, const QByteArray& bytes)
 PersistedAppState changedState()
 {
     PersistedAppState state = PersistedAppState::defaultState();
-    state.policy.allowList.applications.insert({u"org.example.Editor"_s, u"Editor"_s});
-    state.selectedDisplayID = 421;
+    state.configuration.policy.allowList.applications.insert(
+        {u"org.example.Editor"_s, u"Editor"_s});
+    state.configuration.selectedDisplayID = 421;
     state.isAlwaysOnTop = false;
     state.cameraOverlay.isEnabled = true;
     SharePreset custom = makeCustomPreset(u"Demo"_s);

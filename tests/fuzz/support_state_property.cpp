@@ -15,17 +15,17 @@ namespace {
 QString differences(const PersistedAppState& a, const PersistedAppState& b)
 {
     QStringList fields;
-    if (!(a.policy == b.policy))
+    if (!(a.configuration.policy == b.configuration.policy))
         fields.append(u"policy"_s);
-    if (a.selectedDisplayID != b.selectedDisplayID)
+    if (a.configuration.selectedDisplayID != b.configuration.selectedDisplayID)
         fields.append(u"selectedDisplayID"_s);
     if (a.isAlwaysOnTop != b.isAlwaysOnTop)
         fields.append(u"isAlwaysOnTop"_s);
-    if (a.outputFrameMode != b.outputFrameMode)
+    if (a.configuration.outputFrameMode != b.configuration.outputFrameMode)
         fields.append(u"outputFrameMode"_s);
-    if (a.outputContentMode != b.outputContentMode)
+    if (a.configuration.outputContentMode != b.configuration.outputContentMode)
         fields.append(u"outputContentMode"_s);
-    if (!(a.canvasBackground == b.canvasBackground))
+    if (!(a.configuration.canvasBackground == b.configuration.canvasBackground))
         fields.append(u"canvasBackground"_s);
     if (!(a.cameraOverlay == b.cameraOverlay))
         fields.append(u"cameraOverlay"_s);

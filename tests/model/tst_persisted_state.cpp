@@ -124,7 +124,7 @@ void PersistedStateTest::exampleDocumentRoundTrips()
 void PersistedStateTest::exampleDocumentValues()
 {
     const PersistedAppState state = decodePersistedAppState(exampleBytes()).value();
-    QCOMPARE(state.selectedDisplayID, std::optional<quint32>(1));
+    QCOMPARE(state.configuration.selectedDisplayID, std::optional<quint32>(1));
     QCOMPARE(ids(state.presets), QStringList({u"presentation"_s, u"meeting"_s,
                                               u"custom.0b9e4d7a-51c2-4f0e-8d3b-a2e6c9f14b77"_s}));
     QCOMPARE(state.presets[0].lastUpdated,
@@ -134,9 +134,9 @@ void PersistedStateTest::exampleDocumentValues()
     QCOMPARE(state.presets[2].summaryText(),
              u"Full Desktop \u2022 Block List \u2022 0 apps \u2022 1 windows \u2022 Frame Screen "
              "\u2022 Canvas Gray"_s);
-    QCOMPARE(state.canvasBackground.title(), u"Image \u2022 Backdrop.jpg"_s);
+    QCOMPARE(state.configuration.canvasBackground.title(), u"Image \u2022 Backdrop.jpg"_s);
     QCOMPARE(state.cameraOverlay, CameraOverlayConfiguration::defaultValue());
-    QCOMPARE(caseName(state.outputFrameMode), u"dynamic"_s);
+    QCOMPARE(caseName(state.configuration.outputFrameMode), u"dynamic"_s);
 }
 
 void PersistedStateTest::rejectsWholeDocument_data()
@@ -235,7 +235,7 @@ void PersistedStateTest::displayIDsAtTheBounds()
     document.insert(document.indexOf('{') + 1, "\"selectedDisplayID\": " + number + ",");
     const auto decoded = decodePersistedAppState(document);
     QVERIFY2(decoded, qPrintable(decoded ? QString() : decoded.error().description()));
-    QCOMPARE(decoded->selectedDisplayID, std::optional<quint32>(id));
+    QCOMPARE(decoded->configuration.selectedDisplayID, std::optional<quint32>(id));
     // Written back as a plain integer that reads the same.
     const QByteArray written = encodePersistedAppState(decoded.value()).value();
     QVERIFY(written.contains("\"selectedDisplayID\": " + QByteArray::number(id) + "\n"));
@@ -274,7 +274,7 @@ void PersistedStateTest::savedDocumentKeys()
     QCOMPARE(written.keys(), QStringList({u"cameraOverlay"_s, u"canvasBackground"_s,
                                           u"isAlwaysOnTop"_s, u"outputContentMode"_s,
                                           u"outputFrameMode"_s, u"policy"_s, u"presets"_s}));
-    state.selectedDisplayID = 0;
+    state.configuration.selectedDisplayID = 0;
     written = QJsonDocument::fromJson(encodePersistedAppState(state).value()).object();
     QCOMPARE(written.value(u"selectedDisplayID"_s).toInteger(-1), 0);
 }
@@ -322,7 +322,7 @@ void PersistedStateTest::normalisation()
     if (expected.contains(u"c1"_s) && QTest::currentDataTag() == "duplicate ids"_ba)
         QCOMPARE(normal.presets[2].title, u"first"_s);
     if (QTest::currentDataTag() == "customs first"_ba)
-        QCOMPARE(normal.presets[1].selectedDisplayID, std::optional<quint32>(9));
+        QCOMPARE(normal.presets[1].configuration.selectedDisplayID, std::optional<quint32>(9));
     if (QTest::currentDataTag() == "custom reusing a built-in id"_ba)
         QCOMPARE(normal.presets[1].title, u"Meeting"_s);
 }
@@ -339,7 +339,7 @@ void PersistedStateTest::legacyFileMigrates()
     const PersistedAppState state = decoded->normalized();
     QCOMPARE(ids(state.presets),
              QStringList({u"presentation"_s, u"meeting"_s, u"custom.legacy.coding"_s}));
-    QCOMPARE(state.presets[0].selectedDisplayID, std::optional<quint32>(2));
+    QCOMPARE(state.presets[0].configuration.selectedDisplayID, std::optional<quint32>(2));
     QCOMPARE(state.presets[1], makeBuiltInPreset(BuiltInPresetKind::meeting));
     QCOMPARE(state.presets[2].title, u"Coding"_s);
 

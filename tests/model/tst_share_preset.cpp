@@ -78,40 +78,40 @@ void SharePresetTest::summaryAndSavedState_data()
     QTest::newRow("fresh") << fresh << false << nothing;
 
     SharePreset blockOnly = fresh;
-    blockOnly.policy.mode = VisibilityMode::blockList;
+    blockOnly.configuration.policy.mode = VisibilityMode::blockList;
     QTest::newRow("only block mode") << blockOnly << true << nothing;
 
     SharePreset inactiveRules = fresh;
-    inactiveRules.policy.blockList.applications.insert({std::nullopt, u"A"_s});
+    inactiveRules.configuration.policy.blockList.applications.insert({std::nullopt, u"A"_s});
     QTest::newRow("inactive rules only") << inactiveRules << true << nothing;
 
     SharePreset oneApp = fresh;
-    oneApp.policy.allowList.applications.insert({u"a"_s, u"A"_s});
+    oneApp.configuration.policy.allowList.applications.insert({u"a"_s, u"A"_s});
     oneApp.lastUpdated = saved;
     QTest::newRow("one app") << oneApp << true
                              << u"Sanitized Windows \u2022 Allow List \u2022 1 apps \u2022 0 "
                                 "windows \u2022 Frame Screen \u2022 Canvas Black"_s;
 
     SharePreset full = fresh;
-    full.policy.allowList.applications = {{u"a"_s, u"A"_s}, {u"b"_s, u"B"_s}};
-    full.policy.allowList.windows.insert(WindowIdentity({u"c"_s, u"C"_s}, u"t"_s, 3));
-    full.outputFrameMode = OutputFrameMode::dynamic;
-    full.canvasBackground.mode = CanvasBackgroundMode::gray;
+    full.configuration.policy.allowList.applications = {{u"a"_s, u"A"_s}, {u"b"_s, u"B"_s}};
+    full.configuration.policy.allowList.windows.insert(WindowIdentity({u"c"_s, u"C"_s}, u"t"_s, 3));
+    full.configuration.outputFrameMode = OutputFrameMode::dynamic;
+    full.configuration.canvasBackground.mode = CanvasBackgroundMode::gray;
     QTest::newRow("example") << full << true
                              << u"Sanitized Windows \u2022 Allow List \u2022 2 apps \u2022 1 "
                                 "windows \u2022 Frame Dynamic \u2022 Canvas Gray"_s;
 
     SharePreset display = fresh;
-    display.selectedDisplayID = 0;
-    display.outputContentMode = OutputContentMode::fullDesktop;
-    display.canvasBackground.mode = CanvasBackgroundMode::customImage;
-    display.policy.mode = VisibilityMode::blockList;
+    display.configuration.selectedDisplayID = 0;
+    display.configuration.outputContentMode = OutputContentMode::fullDesktop;
+    display.configuration.canvasBackground.mode = CanvasBackgroundMode::customImage;
+    display.configuration.policy.mode = VisibilityMode::blockList;
     QTest::newRow("display zero") << display << true
                                   << u"Full Desktop \u2022 Block List \u2022 0 apps \u2022 0 "
                                      "windows \u2022 Frame Screen \u2022 Canvas Image"_s;
 
     SharePreset imageOnly = fresh;
-    imageOnly.canvasBackground.imageDisplayName = u"a.png"_s;
+    imageOnly.configuration.canvasBackground.imageDisplayName = u"a.png"_s;
     QTest::newRow("black with image name")
         << imageOnly << true
         << u"Sanitized Windows \u2022 Allow List \u2022 0 apps \u2022 0 windows \u2022 Frame "
@@ -202,9 +202,9 @@ void SharePresetTest::legacyMigration()
     QFETCH(bool, hasSaved);
     const SharePreset preset = decodePreset(json);
     QCOMPARE(preset.id, id);
-    QCOMPARE(caseName(preset.policy.mode), mode);
+    QCOMPARE(caseName(preset.configuration.policy.mode), mode);
     QCOMPARE(preset.hasSavedConfiguration(), hasSaved);
-    QCOMPARE(caseName(preset.outputFrameMode), u"screen"_s);
+    QCOMPARE(caseName(preset.configuration.outputFrameMode), u"screen"_s);
     if (id == u"custom.legacy.coding"_s) {
         QCOMPARE(preset.title, u"Coding"_s);
         QCOMPARE(preset.symbolName, u"curlybraces"_s);
@@ -217,7 +217,7 @@ void SharePresetTest::legacyMigration()
     if (json.contains("lastUpdated"))
         QCOMPARE(preset.lastUpdated, saved);
     if (json.contains("selectedDisplayID"))
-        QCOMPARE(preset.selectedDisplayID, std::optional<quint32>(3));
+        QCOMPARE(preset.configuration.selectedDisplayID, std::optional<quint32>(3));
 }
 
 void SharePresetTest::rejects_data()
@@ -276,12 +276,13 @@ void SharePresetTest::encodingOmitsAbsentKeys()
 void SharePresetTest::roundTrip()
 {
     SharePreset preset = makeBuiltInPreset(BuiltInPresetKind::meeting);
-    preset.policy.mode = VisibilityMode::blockList;
-    preset.policy.blockList.windows.insert(WindowIdentity({u"m"_s, u"Mail"_s}, u"Inbox"_s, 4821));
-    preset.selectedDisplayID = 4294967295u;
-    preset.outputContentMode = OutputContentMode::fullDesktop;
-    preset.canvasBackground = {CanvasBackgroundMode::customImage, u"CanvasBackgrounds/a.png"_s,
-                               u"a.png"_s};
+    preset.configuration.policy.mode = VisibilityMode::blockList;
+    preset.configuration.policy.blockList.windows.insert(
+        WindowIdentity({u"m"_s, u"Mail"_s}, u"Inbox"_s, 4821));
+    preset.configuration.selectedDisplayID = 4294967295u;
+    preset.configuration.outputContentMode = OutputContentMode::fullDesktop;
+    preset.configuration.canvasBackground = {CanvasBackgroundMode::customImage,
+                                             u"CanvasBackgrounds/a.png"_s, u"a.png"_s};
     preset.lastUpdated = saved.addMSecs(999); // fractions are not kept
     const auto again = decodeJson<SharePreset>(encodeJson(preset).value());
     QVERIFY(again);
