@@ -390,23 +390,12 @@ StreamConfiguration CaptureEngine::makeConfiguration(const CapturePlan& plan) co
         configuration.height = outputPixels(display.pixelSize.height());
     }
     configuration.minimumFrameInterval = MediaTime{1, displayFrameRate(display)};
-    configuration.pixelFormat = pixelFormatBGRA;
-    configuration.streamName = u"Vistrel Output"_s;
     configuration.showsCursor = true;
     configuration.backgroundColor = plan.usesTransparentCanvas ? transparentCaptureBackgroundColor
                                                                : opaqueCaptureBackgroundColor;
     configuration.queueDepth = sanitized ? 6 : 5;
-    configuration.capturesAudio = false;
-    configuration.excludesCurrentProcessAudio = true;
-    configuration.captureResolution = 1;
-    configuration.shouldBeOpaque = !plan.usesTransparentCanvas;
-    if (sanitized) {
-        configuration.scalesToFit = true;
-        configuration.preservesAspectRatio = true;
-        configuration.ignoreShadowsDisplay = false;
-        configuration.includeChildWindows = true;
+    if (sanitized)
         configuration.sourceRect = plan.sourceRect;
-    }
     return configuration;
 }
 
