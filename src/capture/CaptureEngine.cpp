@@ -81,8 +81,6 @@ QImage readCanvasImage(const std::optional<QUrl>& url)
 } // namespace
 
 const QColor CaptureEngine::grayCanvasBackgroundColor = QColor::fromRgbF(0.22f, 0.22f, 0.22f, 1.0f);
-const QColor CaptureEngine::transparentCaptureBackgroundColor = QColor(0, 0, 0, 0);
-const QColor CaptureEngine::opaqueCaptureBackgroundColor = QColor(0, 0, 0, 255);
 
 CaptureEngine::CaptureEngine(OutputRenderer& renderer, CaptureBackend& backend,
                              const ScreenProvider& screens, QObject* parent)
@@ -391,8 +389,6 @@ StreamConfiguration CaptureEngine::makeConfiguration(const CapturePlan& plan) co
     }
     configuration.minimumFrameInterval = MediaTime{1, displayFrameRate(display)};
     configuration.showsCursor = true;
-    configuration.backgroundColor = plan.usesTransparentCanvas ? transparentCaptureBackgroundColor
-                                                               : opaqueCaptureBackgroundColor;
     configuration.queueDepth = sanitized ? 6 : 5;
     if (sanitized)
         configuration.sourceRect = plan.sourceRect;

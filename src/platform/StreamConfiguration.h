@@ -3,7 +3,6 @@
 // Settings of a capture stream. Field defaults are the backend's defaults for
 // settings a caller leaves alone.
 
-#include <QColor>
 #include <QRectF>
 #include <optional>
 
@@ -18,16 +17,15 @@ struct MediaTime {
     friend bool operator==(const MediaTime&, const MediaTime&) = default;
 };
 
-// Frames are always 32-bit premultiplied BGRA.
+// Frames are always 32-bit premultiplied BGRA. What no admitted window covers
+// is transparent, or the desktop background in the forms that draw it
+// (WindowAdmission::drawsDesktop); the canvas behind is the renderer's.
 struct StreamConfiguration {
     int width = 0;  // output pixels
     int height = 0; // output pixels
     // Frames and cursor polls are at least this far apart.
     MediaTime minimumFrameInterval{1, 60};
     bool showsCursor = true;
-    // Fills what no admitted window covers (the desktop background is drawn
-    // instead for the full-desktop and block-list forms when opaque).
-    QColor backgroundColor = QColor(0, 0, 0, 255);
     int queueDepth = 3; // frames in flight at most
     // Display-local, points, y-down; absent means the whole display.
     std::optional<QRectF> sourceRect{};

@@ -557,7 +557,6 @@ private Q_SLOTS:
         QCOMPARE(QSize(configuration.width, configuration.height), outputSize);
         QCOMPARE(configuration.minimumFrameInterval, (MediaTime{1, rate}));
         QVERIFY(configuration.showsCursor);
-        QCOMPARE(configuration.backgroundColor.alpha(), plan.usesTransparentCanvas ? 0 : 255);
         QCOMPARE(configuration.queueDepth, plan.isFullDesktopCapture ? 5 : 6);
         QCOMPARE(configuration.sourceRect, plan.isFullDesktopCapture
                                                ? std::optional<QRectF>()

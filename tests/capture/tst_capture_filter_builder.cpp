@@ -518,8 +518,6 @@ private Q_SLOTS:
         configuration.sourceRect = plan.sourceRect;
         configuration.width = int(plan.canvasLogicalSize.width());
         configuration.height = int(plan.canvasLogicalSize.height());
-        configuration.backgroundColor =
-            plan.usesTransparentCanvas ? QColor(0, 0, 0, 0) : QColor(Qt::black);
         const QImage frame = simComposeFrame(s, plan.filter, configuration);
         QCOMPARE(frame.size(), QSize(400, 300));
 
