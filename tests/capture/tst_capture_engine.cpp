@@ -10,6 +10,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <array>
 #include <functional>
 #include <memory>
 
@@ -143,7 +144,11 @@ private Q_SLOTS:
         QCOMPARE(afterStart.start, 1);
         QCOMPARE(rig.engine->activeDisplay(), std::optional(retinaDisplay()));
         QCOMPARE(rig.engine->activeCanvasSize(), std::optional(QSizeF(1000, 500)));
+        // Started, but starting until the first frame.
+        QVERIFY(rig.backend.latestStream()->isRunning());
+        QCOMPARE(rig.statuses, (QList<StreamStatus>{StreamStatus::starting()}));
         rig.deliver();
+        QCOMPARE(rig.status(), StreamStatus::running());
         rig.statuses.clear();
 
         rig.engine->apply(plan(u"a"_s));
@@ -226,75 +231,67 @@ private Q_SLOTS:
         QCOMPARE(rig.calls(), after);
     }
 
-    void failedConfigurationUpdateStopsTheStream()
+    // Adding the output, starting, updating or the running stream itself:
+    // the error is published and logged, the picture goes, and no stream is
+    // left or restarted until the next plan starts a new one.
+    void failuresPublishTheErrorAndLeaveNoStream_data()
     {
-        Rig rig;
-        rig.startRunning(plan(u"a"_s));
-        rig.backend.failStreamOperation(SimStreamOperation::updateConfiguration,
-                                        error(u"The display went away."_s));
-        MessageLog log;
+        QTest::addColumn<int>("step"); // index into the operations below; 3: the stream itself
+        QTest::addColumn<QString>("logged");
+        QTest::addColumn<int>("stops"); // -1: not counted
+        const QString startOrUpdate = u"Capture start or update failed: Lost."_s;
+        QTest::newRow("adding the output") << 0 << startOrUpdate << 0;
+        QTest::newRow("starting") << 1 << startOrUpdate << 1;
+        QTest::newRow("updating the configuration") << 2 << startOrUpdate << 1;
+        QTest::newRow("the running stream")
+            << 3 << u"Capture stream stopped with error: Lost."_s << -1;
+    }
 
-        rig.engine->apply(plan(u"b"_s, QRectF(0, 0, 500, 500)));
+    void failuresPublishTheErrorAndLeaveNoStream()
+    {
+        QFETCH(int, step);
+        QFETCH(QString, logged);
+        QFETCH(int, stops);
+        const std::array operations{SimStreamOperation::addStreamOutput, SimStreamOperation::start,
+                                    SimStreamOperation::updateConfiguration};
+        const CapturePlan next = plan(u"b"_s, QRectF(0, 0, 500, 500));
+
+        Rig rig;
+        if (step >= 2)
+            rig.startRunning(plan(u"a"_s));
+        if (step < 3)
+            rig.backend.failStreamOperation(operations[step], error(u"Lost."_s));
+        MessageLog log;
+        if (step == 3) {
+            rig.backend.latestStream()->stopWithError(error(u"Lost."_s));
+            rig.backend.latestStream()->waitForWorker();
+        } else {
+            rig.engine->apply(next);
+        }
         rig.settle();
 
+        QCOMPARE(rig.status(), StreamStatus::failed(u"Lost."_s));
+        if (step < 2)
+            QCOMPARE(rig.statuses, (QList<StreamStatus>{StreamStatus::starting(),
+                                                        StreamStatus::failed(u"Lost."_s)}));
+        QCOMPARE(log.texts(captureCategory), QStringList{logged});
+        QCOMPARE(rig.calls().start, step == 0 ? 0 : 1);
+        if (stops >= 0)
+            QCOMPARE(rig.calls().stop, stops);
         QCOMPARE(rig.calls().updateContentFilter, 0);
-        QCOMPARE(rig.calls().stop, 1);
-        QCOMPARE(rig.status(), StreamStatus::failed(u"The display went away."_s));
-        QCOMPARE(log.texts(captureCategory),
-                 QStringList{u"Capture start or update failed: The display went away."_s});
         QCOMPARE(rig.renderer.hasDisplayedFrame(), false);
-        QVERIFY(rig.layer.calls.contains(u"flushAndRemoveImage"_s));
+        if (step >= 2) // the picture that was up goes
+            QVERIFY(rig.layer.calls.contains(u"flushAndRemoveImage"_s));
         QVERIFY(!rig.engine->activeDisplay().has_value());
         QVERIFY(!rig.engine->activeCanvasSize().has_value());
 
-        // No stream is left: the next plan starts a new one.
-        rig.backend.clearStreamFailure(SimStreamOperation::updateConfiguration);
-        rig.engine->apply(plan(u"b"_s, QRectF(0, 0, 500, 500)));
+        QCOMPARE(rig.calls().create, 1);
+        if (step < 3)
+            rig.backend.clearStreamFailure(operations[step]);
+        rig.engine->apply(next);
         QCOMPARE(rig.status(), StreamStatus::starting());
         rig.settle();
         QCOMPARE(rig.calls().create, 2);
-    }
-
-    void failedStartPublishesTheError_data()
-    {
-        QTest::addColumn<SimStreamOperation>("operation");
-        QTest::addColumn<int>("starts");
-        QTest::addColumn<int>("stops");
-
-        QTest::newRow("adding the output") << SimStreamOperation::addStreamOutput << 0 << 0;
-        QTest::newRow("starting") << SimStreamOperation::start << 1 << 1;
-    }
-
-    void failedStartPublishesTheError()
-    {
-        QFETCH(SimStreamOperation, operation);
-        QFETCH(int, starts);
-        QFETCH(int, stops);
-
-        Rig rig;
-        rig.backend.failStreamOperation(operation, error(u"Capture is not allowed."_s));
-        MessageLog log;
-        rig.engine->apply(plan(u"a"_s));
-        rig.settle();
-
-        QCOMPARE(rig.calls().start, starts);
-        QCOMPARE(rig.calls().stop, stops);
-        QCOMPARE(rig.statuses,
-                 (QList<StreamStatus>{StreamStatus::starting(),
-                                      StreamStatus::failed(u"Capture is not allowed."_s)}));
-        QCOMPARE(log.texts(captureCategory),
-                 QStringList{u"Capture start or update failed: Capture is not allowed."_s});
-        QVERIFY(!rig.engine->activeDisplay().has_value());
-    }
-
-    void newStreamWithoutFrameStaysStarting()
-    {
-        Rig rig;
-        rig.engine->apply(plan(u"a"_s));
-        rig.settle();
-        QVERIFY(rig.backend.latestStream()->isRunning());
-        QCOMPARE(rig.status(), StreamStatus::starting());
-        QCOMPARE(rig.statuses, (QList<StreamStatus>{StreamStatus::starting()}));
     }
 
     void newStreamIsRunningAtOnceWhenAPictureIsUp()
@@ -440,31 +437,6 @@ private Q_SLOTS:
                            : QStringList{});
 
         // The stream is gone either way: the same plan starts a new one.
-        rig.engine->apply(plan(u"a"_s));
-        rig.settle();
-        QCOMPARE(rig.calls().create, 2);
-    }
-
-    void streamStoppingWithErrorFails()
-    {
-        Rig rig;
-        rig.startRunning(plan(u"a"_s));
-        MessageLog log;
-        const auto stream = rig.backend.latestStream();
-        stream->stopWithError(error(u"The X server connection was lost."_s));
-        stream->waitForWorker();
-        rig.settle();
-
-        QCOMPARE(rig.status(), StreamStatus::failed(u"The X server connection was lost."_s));
-        QCOMPARE(
-            log.texts(captureCategory),
-            QStringList{u"Capture stream stopped with error: The X server connection was lost."_s});
-        QCOMPARE(rig.renderer.hasDisplayedFrame(), false);
-        QVERIFY(!rig.engine->activeDisplay().has_value());
-        QVERIFY(!rig.engine->activeCanvasSize().has_value());
-
-        // No restart by itself; the next plan starts a new stream.
-        QCOMPARE(rig.calls().create, 1);
         rig.engine->apply(plan(u"a"_s));
         rig.settle();
         QCOMPARE(rig.calls().create, 2);
