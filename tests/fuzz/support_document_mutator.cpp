@@ -120,12 +120,12 @@ QByteArray DocumentMutator::next(MutationFamily family)
     QJsonValue root = m_trees.at(which);
     if (family == duplicates || family == nesting)
         return rewritten(root, family == duplicates);
-    QByteArray bytes;
+    QByteArray text;
     if (family == bytes || family == tokens) {
-        bytes = family == tokens || chance(70) ? m_texts.at(which) : serialized(root);
+        text = family == tokens || chance(70) ? m_texts.at(which) : serialized(root);
         for (quint32 n = 1 + below(family == tokens ? 3 : 4); n > 0; --n)
-            bytes = textEdit(bytes, family == tokens);
-        return bytes;
+            text = textEdit(text, family == tokens);
+        return text;
     }
     if (family != mixed)
         return serialized(treeEdit(root, family));
@@ -134,8 +134,8 @@ QByteArray DocumentMutator::next(MutationFamily family)
         root = treeEdit(root, treeFamily); // values, numbers, dates or strings
     }
     const quint32 roll = below(100);
-    bytes = roll < 30 ? rewritten(root, roll < 20) : serialized(root);
-    return chance(40) ? textEdit(bytes, chance(50)) : bytes;
+    text = roll < 30 ? rewritten(root, roll < 20) : serialized(root);
+    return chance(40) ? textEdit(text, chance(50)) : text;
 }
 
 QByteArray DocumentMutator::serialized(const QJsonValue& root)

@@ -124,73 +124,7 @@ private Q_SLOTS:
                  qPrintable(u"only %1% rejected"_s.arg((1 - share) * 100)));
     }
 
-    void extremeDocuments_data()
-    {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<Expect>("expect");
-        const QByteArray rules = R"({"applications": [], "windows": []})";
-        const QByteArray policy = R"("policy": {"mode": "allowList", "allowList": )" + rules +
-                                  R"(, "blockList": )" + rules + "}";
-        const auto document = [&](const QByteArray& members) {
-            return "{" + policy + (members.isEmpty() ? QByteArray() : ", " + members) + "}";
-        };
-        const QByteArray example = readFile(QStringLiteral(VISTREL_EXAMPLE_STATE));
-        const auto add = [](const char* name, const QByteArray& bytes, Expect expect) {
-            QTest::newRow(name) << bytes << expect;
-        };
-        using enum Expect;
-
-        add("empty", QByteArray(), rejected);
-        add("whitespace", " \n\t ", rejected);
-        add("null", "null", rejected);
-        add("number", "1", rejected);
-        add("trailing garbage", example + "x", rejected);
-        add("two documents", example + example, rejected);
-        add("UTF-16", QByteArray(reinterpret_cast<const char*>(u"{\"policy\":{}}"), 26), rejected);
-        add("byte order mark", "\xEF\xBB\xBF" + example, either);
-        add("100000 nested arrays", QByteArray(100000, '[') + QByteArray(100000, ']'), rejected);
-        add("100000 nested objects in the policy",
-            "{\"policy\":" + QByteArray("{\"a\":").repeated(100000) + "1" + QByteArray(100001, '}'),
-            rejected);
-        add("unterminated nesting", QByteArray("{\"policy\":[").repeated(50000), rejected);
-        add("display 4294967295", document("\"selectedDisplayID\": 4294967295"), accepted);
-        add("display 1e999999", document("\"selectedDisplayID\": 1e999999"), rejected);
-        add("display 400 digits", document("\"selectedDisplayID\": " + QByteArray(400, '9')),
-            rejected);
-        add("display -0", document("\"selectedDisplayID\": -0"), accepted);
-        add("display 1.0", document("\"selectedDisplayID\": 1.0"), accepted);
-        add("margin 1e308",
-            QByteArray(example).replace("\"marginTop\" : 50", "\"marginTop\" : 1e308"), accepted);
-        add("lone surrogate in a title",
-            document(R"("presets": [{"id": "custom.x", "title": "a\ud800b"}])"), either);
-        add("reversed surrogates in an app name",
-            document(R"("presets": [{"id": "custom.x", "policy": {"mode": "allowList",
-               "allowList": {"applications": [{"applicationName": "\udc00\ud800"}], "windows": []},
-               "blockList": {"applications": [], "windows": []}}}])"),
-            either);
-        add("escaped NUL in an id", document(R"("presets": [{"id": "custom.\u0000"}])"), accepted);
-        add("raw NUL in an id",
-            document(QByteArray("\"presets\": [{\"id\": \"custom.") + '\0' + "\"}]"), either);
-        add("invalid UTF-8 in a title",
-            document(
-                "\"presets\": [{\"id\": \"custom.x\", \"title\": \"\xC0\xAF\xED\xA0\x80\xFF\"}]"),
-            either);
-        add("title of 700 000 escaped characters",
-            document(R"("presets": [{"id": "custom.x", "title": ")" +
-                     QByteArray("\\u00e9").repeated((4 << 20) / 6) + "\"}]"),
-            accepted);
-        QByteArrayList presets, apps;
-        for (int i = 0; i < 2000; ++i)
-            presets.append("{\"id\": \"custom." + QByteArray::number(i % 1500) + "\"}");
-        for (int i = 0; i < 20000; ++i)
-            apps.append("{\"applicationName\": \"App " + QByteArray::number(i % 15000) + "\"}");
-        add("2000 presets, 500 repeated ids", document("\"presets\": [" + presets.join(',') + "]"),
-            accepted);
-        add("20000 applications, some equal",
-            "{\"policy\": {\"mode\": \"allowList\", \"allowList\": {\"applications\": [" +
-                apps.join(',') + "], \"windows\": []}, \"blockList\": " + rules + "}}",
-            accepted);
-    }
+    void extremeDocuments_data();
 
     void extremeDocuments()
     {
@@ -203,6 +137,72 @@ private Q_SLOTS:
                      qPrintable(outcome.accepted ? u"accepted"_s : outcome.rejection));
     }
 };
+
+void StateFuzzTest::extremeDocuments_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<Expect>("expect");
+    const QByteArray rules = R"({"applications": [], "windows": []})";
+    const QByteArray policy = R"("policy": {"mode": "allowList", "allowList": )" + rules +
+                              R"(, "blockList": )" + rules + "}";
+    const auto document = [&](const QByteArray& members) {
+        return "{" + policy + (members.isEmpty() ? QByteArray() : ", " + members) + "}";
+    };
+    const QByteArray example = readFile(QStringLiteral(VISTREL_EXAMPLE_STATE));
+    const auto add = [](const char* name, const QByteArray& bytes, Expect expect) {
+        QTest::newRow(name) << bytes << expect;
+    };
+    using enum Expect;
+
+    add("empty", QByteArray(), rejected);
+    add("whitespace", " \n\t ", rejected);
+    add("null", "null", rejected);
+    add("number", "1", rejected);
+    add("trailing garbage", example + "x", rejected);
+    add("two documents", example + example, rejected);
+    add("UTF-16", QByteArray(reinterpret_cast<const char*>(u"{\"policy\":{}}"), 26), rejected);
+    add("byte order mark", "\xEF\xBB\xBF" + example, either);
+    add("100000 nested arrays", QByteArray(100000, '[') + QByteArray(100000, ']'), rejected);
+    add("100000 nested objects in the policy",
+        "{\"policy\":" + QByteArray("{\"a\":").repeated(100000) + "1" + QByteArray(100001, '}'),
+        rejected);
+    add("unterminated nesting", QByteArray("{\"policy\":[").repeated(50000), rejected);
+    add("display 4294967295", document("\"selectedDisplayID\": 4294967295"), accepted);
+    add("display 1e999999", document("\"selectedDisplayID\": 1e999999"), rejected);
+    add("display 400 digits", document("\"selectedDisplayID\": " + QByteArray(400, '9')), rejected);
+    add("display -0", document("\"selectedDisplayID\": -0"), accepted);
+    add("display 1.0", document("\"selectedDisplayID\": 1.0"), accepted);
+    add("margin 1e308", QByteArray(example).replace("\"marginTop\" : 50", "\"marginTop\" : 1e308"),
+        accepted);
+    add("lone surrogate in a title",
+        document(R"("presets": [{"id": "custom.x", "title": "a\ud800b"}])"), either);
+    add("reversed surrogates in an app name",
+        document(R"("presets": [{"id": "custom.x", "policy": {"mode": "allowList",
+           "allowList": {"applications": [{"applicationName": "\udc00\ud800"}], "windows": []},
+           "blockList": {"applications": [], "windows": []}}}])"),
+        either);
+    add("escaped NUL in an id", document(R"("presets": [{"id": "custom.\u0000"}])"), accepted);
+    add("raw NUL in an id",
+        document(QByteArray("\"presets\": [{\"id\": \"custom.") + '\0' + "\"}]"), either);
+    add("invalid UTF-8 in a title",
+        document("\"presets\": [{\"id\": \"custom.x\", \"title\": \"\xC0\xAF\xED\xA0\x80\xFF\"}]"),
+        either);
+    add("title of 700 000 escaped characters",
+        document(R"("presets": [{"id": "custom.x", "title": ")" +
+                 QByteArray("\\u00e9").repeated((4 << 20) / 6) + "\"}]"),
+        accepted);
+    QByteArrayList presets, apps;
+    for (int i = 0; i < 2000; ++i)
+        presets.append("{\"id\": \"custom." + QByteArray::number(i % 1500) + "\"}");
+    for (int i = 0; i < 20000; ++i)
+        apps.append("{\"applicationName\": \"App " + QByteArray::number(i % 15000) + "\"}");
+    add("2000 presets, 500 repeated ids", document("\"presets\": [" + presets.join(',') + "]"),
+        accepted);
+    add("20000 applications, some equal",
+        "{\"policy\": {\"mode\": \"allowList\", \"allowList\": {\"applications\": [" +
+            apps.join(',') + "], \"windows\": []}, \"blockList\": " + rules + "}}",
+        accepted);
+}
 
 QTEST_GUILESS_MAIN(StateFuzzTest)
 #include "tst_state_fuzz.moc"
