@@ -83,14 +83,21 @@ const QStringList specialStrings =
 const QStringList zones =
     u"Z|Z|Z||z|+01:00|-23:59|+24:00|+0100|+01| UTC|-00:00|+05:3"_s.split(u'|');
 
-const QJsonArray interestingNumbers =
-    QJsonDocument::fromJson("[0, -0.0, 1, -1, 0.5, 1.5, 1.0000000001, 4294967295, 4294967296, "
-                            "4294967294.5, 4294967295.5, 2147483647, 2147483648, -2147483648, "
-                            "9007199254740993, 1e308, -1e308, 1e-300, 1.2345678901234567e29, "
-                            "50, 0.1]")
-        .array() +
-    QJsonArray{std::numeric_limits<qint64>::max(), std::numeric_limits<qint64>::min(),
-               std::numeric_limits<double>::max(), std::numeric_limits<double>::denorm_min()};
+const QJsonArray interestingNumbers = [] {
+    QJsonArray numbers =
+        QJsonDocument::fromJson("[0, 1, -1, 0.5, 1.5, 1.0000000001, 4294967295, 4294967296, "
+                                "4294967294.5, 4294967295.5, 2147483647, 2147483648, -2147483648, "
+                                "9007199254740993, 1e308, -1e308, 1e-300, 1.2345678901234567e29, "
+                                "50, 0.1]")
+            .array();
+    for (const QJsonValue& extreme :
+         {QJsonValue(-0.0), QJsonValue(std::numeric_limits<qint64>::max()),
+          QJsonValue(std::numeric_limits<qint64>::min()),
+          QJsonValue(std::numeric_limits<double>::max()),
+          QJsonValue(std::numeric_limits<double>::denorm_min())})
+        numbers.append(extreme);
+    return numbers;
+}();
 
 } // namespace
 
