@@ -166,123 +166,89 @@ private Q_SLOTS:
         QCOMPARE(at(gone, QPointF(5, 3)).alpha(), 0);
     }
 
-    void callsAreCountedAndCompleteLater()
+    // Every call is counted and answered on a later turn, held answers in
+    // order on release; it takes effect unless a scripted failure answers it,
+    // which leaves the stream as it was until the failure is cleared.
+    void callsAreCountedAndAnsweredLater_data()
     {
-        auto stream = backend->createStream({.displayID = 1}, {}, delegate);
-        QVERIFY(!stream->addStreamOutput(SampleOutputType::screen));
-        QVERIFY(stream->addStreamOutput(SampleOutputType::audio).has_value());
+        QTest::addColumn<std::optional<SimStreamOperation>>("failing");
+        QTest::newRow("none fails") << std::optional<SimStreamOperation>();
+        QTest::newRow("output") << std::optional(SimStreamOperation::addStreamOutput);
+        QTest::newRow("start") << std::optional(SimStreamOperation::start);
+        QTest::newRow("configuration") << std::optional(SimStreamOperation::updateConfiguration);
+        QTest::newRow("filter") << std::optional(SimStreamOperation::updateContentFilter);
+        QTest::newRow("stop") << std::optional(SimStreamOperation::stop);
+    }
 
-        int completions = 0;
-        const auto count = [&](std::optional<PlatformError> error) {
-            QVERIFY(!error);
-            ++completions;
+    void callsAreCountedAndAnsweredLater()
+    {
+        QFETCH(std::optional<SimStreamOperation>, failing);
+        using enum SimStreamOperation;
+        const PlatformError error{u"sim"_s, 7, u"Scripted failure"_s};
+        const auto answer = [&](SimStreamOperation operation) {
+            return failing == operation ? std::optional(error) : std::nullopt;
         };
-        stream->startCapture(count);
-        QCOMPARE(completions, 0); // never inside the call
-        QVERIFY(!backend->latestStream()->isRunning());
-        QTRY_COMPARE(completions, 1);
-        QVERIFY(backend->latestStream()->isRunning());
+        if (failing)
+            backend->failStreamOperation(*failing, error);
+        const ContentFilter filter{.displayID = 1};
+        auto stream = backend->createStream(filter, {.width = 10}, delegate);
+        auto controller = backend->latestStream();
+        QList<std::pair<QString, std::optional<PlatformError>>> answers;
+        const auto record = [&answers](const QString& call) {
+            return [&answers, call](std::optional<PlatformError> e) {
+                answers.append({call, e});
+            };
+        };
 
-        StreamConfiguration configuration;
-        configuration.width = 33;
+        QCOMPARE(stream->addStreamOutput(SampleOutputType::screen), answer(addStreamOutput));
+        QCOMPARE(controller->outputs().isEmpty(), failing == addStreamOutput);
+        QVERIFY(stream->addStreamOutput(SampleOutputType::audio).has_value());
+        stream->startCapture(record(u"start"_s));
+        QVERIFY(answers.isEmpty()); // never inside the call
+        QVERIFY(!controller->isRunning());
+        QTRY_COMPARE(answers.size(), 1);
+        QCOMPARE(controller->isRunning(), failing != start);
+
         const ContentFilter other{.form = F::displayIncludingApplications, .displayID = 1};
-        stream->updateConfiguration(configuration, count);
-        stream->updateContentFilter(other, count);
-        QTRY_COMPARE(completions, 3);
-        QCOMPARE(backend->latestStream()->configuration().width, 33);
-        QCOMPARE(backend->latestStream()->filter(), other);
-        stream->stopCapture(count);
-        QTRY_COMPARE(completions, 4);
-        QVERIFY(!backend->latestStream()->pushFrame());
+        stream->updateConfiguration({.width = 33}, record(u"configuration"_s));
+        stream->updateContentFilter(other, record(u"filter"_s));
+        QTRY_COMPARE(answers.size(), 3);
+        QCOMPARE(controller->configuration().width, failing == updateConfiguration ? 10 : 33);
+        QCOMPARE(controller->filter(), failing == updateContentFilter ? filter : other);
 
+        backend->ledger().setHoldsCompletions(true);
+        stream->stopCapture(record(u"stop"_s));
+        stream->updateContentFilter(filter, record(u"filter"_s));
+        QCoreApplication::processEvents();
+        QCOMPARE(backend->ledger().heldCompletions(), 2);
+        QCOMPARE(answers.size(), 3);
+        backend->ledger().setHoldsCompletions(false);
+        backend->ledger().releaseCompletions();
+        QTRY_COMPARE(answers.size(), 5);
+        QCOMPARE(answers, (QList<std::pair<QString, std::optional<PlatformError>>>{
+                              {u"start"_s, answer(start)},
+                              {u"configuration"_s, answer(updateConfiguration)},
+                              {u"filter"_s, answer(updateContentFilter)},
+                              {u"stop"_s, answer(stop)},
+                              {u"filter"_s, answer(updateContentFilter)}}));
+        QCOMPARE(controller->isRunning(), failing == stop);
+        QCOMPARE(controller->pushFrame(), failing == stop);
+
+        if (failing) {
+            backend->clearStreamFailure(*failing);
+            if (failing == addStreamOutput)
+                QVERIFY(!stream->addStreamOutput(SampleOutputType::screen));
+        }
+        controller.reset();
         stream.reset();
         QVERIFY(!backend->latestStream());
-        const SimStreamCalls expected{.create = 1,
-                                      .addStreamOutput = 2,
-                                      .start = 1,
-                                      .stop = 1,
-                                      .updateConfiguration = 1,
-                                      .updateContentFilter = 1};
-        QCOMPARE(backend->streamCalls(), expected);
-    }
-
-    void injectedFailuresLeaveTheStreamAsItWas_data()
-    {
-        QTest::addColumn<SimStreamOperation>("operation");
-        QTest::newRow("start") << SimStreamOperation::start;
-        QTest::newRow("stop") << SimStreamOperation::stop;
-        QTest::newRow("configuration") << SimStreamOperation::updateConfiguration;
-        QTest::newRow("filter") << SimStreamOperation::updateContentFilter;
-        QTest::newRow("output") << SimStreamOperation::addStreamOutput;
-    }
-
-    void injectedFailuresLeaveTheStreamAsItWas()
-    {
-        QFETCH(SimStreamOperation, operation);
-        const PlatformError error{u"sim"_s, 7, u"Scripted failure"_s};
-        const ContentFilter filter{.displayID = 1};
-        const StreamConfiguration configuration{.width = 10, .height = 10};
-        auto stream = operation == SimStreamOperation::addStreamOutput ||
-                              operation == SimStreamOperation::start
-                          ? backend->createStream(filter, configuration, delegate)
-                          : startedStream(filter, configuration);
-        QVERIFY(stream);
-        backend->failStreamOperation(operation, error);
-
-        std::optional<std::optional<PlatformError>> result;
-        const auto record = [&](std::optional<PlatformError> e) {
-            result = e;
-        };
-        switch (operation) {
-        case SimStreamOperation::addStreamOutput:
-            result = stream->addStreamOutput(SampleOutputType::screen);
-            break;
-        case SimStreamOperation::start:
-            stream->startCapture(record);
-            break;
-        case SimStreamOperation::stop:
-            stream->stopCapture(record);
-            break;
-        case SimStreamOperation::updateConfiguration:
-            stream->updateConfiguration({.width = 99}, record);
-            break;
-        case SimStreamOperation::updateContentFilter:
-            stream->updateContentFilter({.form = F::displayIncludingApplications}, record);
-            break;
-        case SimStreamOperation::create:
-            break;
-        }
-        QTRY_VERIFY(result.has_value());
-        QCOMPARE(*result, std::optional(error));
-        const auto controller = backend->latestStream();
-        QCOMPARE(controller->filter(), filter);
-        QCOMPARE(controller->configuration().width, 10);
-        QCOMPARE(controller->isRunning(),
-                 operation == SimStreamOperation::stop ||
-                     operation == SimStreamOperation::updateConfiguration ||
-                     operation == SimStreamOperation::updateContentFilter);
-        if (operation == SimStreamOperation::addStreamOutput)
-            QVERIFY(controller->outputs().isEmpty());
-
-        // Cleared, the same call succeeds.
-        backend->clearStreamFailure(operation);
-        if (operation == SimStreamOperation::addStreamOutput)
-            QVERIFY(!stream->addStreamOutput(SampleOutputType::screen));
-    }
-
-    void heldCompletionsRunOnRelease()
-    {
-        auto stream = backend->createStream({}, {}, delegate);
-        backend->ledger().setHoldsCompletions(true);
-        QStringList order;
-        stream->startCapture([&](auto) { order << u"start"_s; });
-        stream->stopCapture([&](auto) { order << u"stop"_s; });
-        QTest::qWait(20);
-        QVERIFY(order.isEmpty());
-        QCOMPARE(backend->ledger().heldCompletions(), 2);
-        backend->ledger().releaseCompletions();
-        QTRY_COMPARE(order, (QStringList{u"start"_s, u"stop"_s}));
-        QVERIFY(!backend->latestStream()->isRunning());
+        QCOMPARE(backend->streamCalls(),
+                 (SimStreamCalls{.create = 1,
+                                 .addStreamOutput = failing == addStreamOutput ? 3 : 2,
+                                 .start = 1,
+                                 .stop = 1,
+                                 .updateConfiguration = 1,
+                                 .updateContentFilter = 2}));
     }
 
     void pushedFrameCarriesTheRequestedAttachments()
@@ -334,11 +300,14 @@ private Q_SLOTS:
         QCOMPARE(delegate->frameCount(), 2);
     }
 
-    void stopWithErrorReachesTheDelegateOnTheWorker()
+    // An error stop reaches the delegate on the worker; a delegate that is
+    // gone gets nothing.
+    void delegateHearsOnTheWorkerWhileItLives()
     {
         auto stream = startedStream();
         QVERIFY(stream);
         auto controller = backend->latestStream();
+        std::weak_ptr<RecordingDelegate> weak = delegate;
         const PlatformError error{u"sim"_s, 3, u"The display went away."_s};
         controller->stopWithError(error);
         QVERIFY(!controller->isRunning());
@@ -346,19 +315,13 @@ private Q_SLOTS:
         controller->waitForWorker();
         QCOMPARE(delegate->stops, QList{error});
         QVERIFY(delegate->threads.last() != QThread::currentThread());
-    }
 
-    void deadDelegateGetsNothing()
-    {
-        auto stream = startedStream();
-        QVERIFY(stream);
-        auto controller = backend->latestStream();
-        std::weak_ptr<RecordingDelegate> weak = delegate;
+        auto again = startedStream();
         delegate.reset();
-        QVERIFY(controller->pushFrame());
-        controller->waitForWorker();
+        QVERIFY(backend->latestStream()->pushFrame());
+        backend->latestStream()->waitForWorker();
         QVERIFY(weak.expired());
-        QCOMPARE(controller->deliveredFrames(), 0);
+        QCOMPARE(backend->latestStream()->deliveredFrames(), 0);
     }
 
     void frameClockIsOptIn()
