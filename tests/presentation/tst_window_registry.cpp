@@ -266,14 +266,20 @@ private Q_SLOTS:
         QCOMPARE(window.listeners(), 0);
     }
 
-    void hideOutputDocksAndKeepsWindowMapped()
+    // Hiding docks the output window, which stays mapped; any other window
+    // is ordered out. Showing the control window leaves the output alone.
+    void hideDocksTheOutputAndOrdersOutTheRest()
     {
         WindowRegistry registry;
-        auto widget = shownWidget();
-        registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()),
+        auto output = shownWidget();
+        auto control = shownWidget();
+        registry.registerWindow(WidgetWindowHandle::forWidget(output.get()),
                                 ManagedWindowKind::output);
+        registry.registerWindow(WidgetWindowHandle::forWidget(control.get()),
+                                ManagedWindowKind::simpleControl);
         QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::docked);
         QVERIFY(!registry.isVisible(ManagedWindowKind::output)); // the system starts docked
+        QVERIFY(registry.isVisible(ManagedWindowKind::simpleControl));
 
         registry.show(ManagedWindowKind::output, false);
         QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::centered);
@@ -282,32 +288,21 @@ private Q_SLOTS:
         QSignalSpy presentation(&registry, &WindowRegistry::outputPresentationChanged);
         registry.hide(ManagedWindowKind::output);
         settle();
-        QVERIFY(widget->isVisible());
+        QVERIFY(output->isVisible());
         QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::docked);
         QCOMPARE(presentation.count(), 1);
         QVERIFY(!registry.isVisible(ManagedWindowKind::output));
         QVERIFY(registry.visibleKinds().contains(ManagedWindowKind::output));
-    }
-
-    void hideControlOrdersOut()
-    {
-        WindowRegistry registry;
-        auto widget = shownWidget();
-        registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()),
-                                ManagedWindowKind::simpleControl);
-        QVERIFY(registry.isVisible(ManagedWindowKind::simpleControl));
 
         registry.hide(ManagedWindowKind::simpleControl);
-        QVERIFY(!widget->isVisible());
+        QVERIFY(!control->isVisible());
         QVERIFY(!registry.isVisible(ManagedWindowKind::simpleControl));
         QVERIFY(registry.hasWindow(ManagedWindowKind::simpleControl));
-        QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::docked);
-
         registry.show(ManagedWindowKind::simpleControl, true);
-        QVERIFY(widget->isVisible());
+        QVERIFY(control->isVisible());
         QVERIFY(registry.isVisible(ManagedWindowKind::simpleControl));
-        // Showing the control window leaves the output presentation alone.
         QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::docked);
+        QCOMPARE(presentation.count(), 1);
     }
 
     void showOutput_data()
