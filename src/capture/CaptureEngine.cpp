@@ -82,8 +82,6 @@ QImage readCanvasImage(const std::optional<QUrl>& url)
 } // namespace
 
 const QColor CaptureEngine::grayCanvasBackgroundColor = QColor::fromRgbF(0.22f, 0.22f, 0.22f, 1.0f);
-const QColor CaptureEngine::transparentCaptureBackgroundColor = QColor(0, 0, 0, 0);
-const QColor CaptureEngine::opaqueCaptureBackgroundColor = QColor(0, 0, 0, 255);
 
 CaptureEngine::CaptureEngine(OutputRenderer& renderer, CaptureBackend& backend,
                              const ScreenProvider& screens, QObject* parent)
@@ -391,23 +389,10 @@ StreamConfiguration CaptureEngine::makeConfiguration(const CapturePlan& plan) co
         configuration.height = outputPixels(display.pixelSize.height());
     }
     configuration.minimumFrameInterval = MediaTime{1, displayFrameRate(display)};
-    configuration.pixelFormat = pixelFormatBGRA;
-    configuration.streamName = u"Vistrel Output"_s;
     configuration.showsCursor = true;
-    configuration.backgroundColor = plan.usesTransparentCanvas ? transparentCaptureBackgroundColor
-                                                               : opaqueCaptureBackgroundColor;
     configuration.queueDepth = sanitized ? 6 : 5;
-    configuration.capturesAudio = false;
-    configuration.excludesCurrentProcessAudio = true;
-    configuration.captureResolution = 1;
-    configuration.shouldBeOpaque = !plan.usesTransparentCanvas;
-    if (sanitized) {
-        configuration.scalesToFit = true;
-        configuration.preservesAspectRatio = true;
-        configuration.ignoreShadowsDisplay = false;
-        configuration.includeChildWindows = true;
+    if (sanitized)
         configuration.sourceRect = plan.sourceRect;
-    }
     return configuration;
 }
 

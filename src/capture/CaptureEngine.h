@@ -83,8 +83,6 @@ public:
     QString configurationKey(const CapturePlan& plan) const;
 
     static const QColor grayCanvasBackgroundColor;
-    static const QColor transparentCaptureBackgroundColor;
-    static const QColor opaqueCaptureBackgroundColor;
 
     // Main thread; called by the bridge with what the stream delivered.
     void handleSample(const SampleBuffer& buffer, SampleOutputType outputType);

@@ -21,21 +21,22 @@ enum class ContentFilterForm {
     displayIncludingApplications,
 };
 
+// Every member has a default, so a designated initialiser names only what differs.
 struct ContentFilter {
     ContentFilterForm form = ContentFilterForm::displayExcludingWindows;
     quint32 displayID = 0;
-    QList<qint32> processIDs;
-    QList<quint32> windowIDs;
+    QList<qint32> processIDs{};
+    QList<quint32> windowIDs{};
     // Docks, panels and the desktop's own bars.
     bool includeMenuBar = false;
 
     // The applications the rules name, excluded (excluding forms) or admitted
     // (including form) by identity as well as by process id, so that a process
     // started since the last discovery pass already follows its rule.
-    QList<AppIdentity> applications;
+    QList<AppIdentity> applications{};
     // Vistrel itself: never admitted in any form, whatever discovery has seen.
     qint32 ownProcessID = 0; // 0: none
-    QList<quint32> ownWindowIDs;
+    QList<quint32> ownWindowIDs{};
 
     friend bool operator==(const ContentFilter&, const ContentFilter&) = default;
 };

@@ -1,144 +1,51 @@
 #include "capture/CaptureFilterBuilder.h"
 #include "platform/sim/SimComposer.h"
 #include "platform/sim/SimScreenProvider.h"
+#include "platform/sim/support_desktop.h"
 
 #include <QTest>
 
 using namespace vistrel;
+using namespace vistrel::test;
 using namespace Qt::StringLiterals;
 
 Q_DECLARE_METATYPE(vistrel::CaptureBuildResult)
 
 namespace {
 
-constexpr qint32 selfPid = 100;
-
-const LiveApplication self{selfPid, u"org.vistrel"_s, u"Vistrel"_s};
-const LiveApplication editor{7, u"org.editor"_s, u"Editor"_s};
-const LiveApplication mail{8, std::nullopt, u"Mail"_s};
-const LiveApplication browserA{9, u"org.browser"_s, u"Browser"_s};
-const LiveApplication browserB{10, u"org.browser"_s, u"Browser"_s};
-const LiveApplication terminal{11, std::nullopt, u"Terminal"_s};
-
-const AppIdentity editorId{u"org.editor"_s, u"Editor"_s};
-const AppIdentity mailId{std::nullopt, u"Mail"_s};
-const AppIdentity browserId{u"org.browser"_s, u"Browser"_s};
-const AppIdentity terminalId{std::nullopt, u"terminal"_s};
-const AppIdentity selfId{u"org.vistrel"_s, u"Vistrel"_s};
-const AppIdentity ghostId{u"org.ghost"_s, u"Ghost"_s};
-
-LiveWindow window(quint32 id, const LiveApplication& owner, const QString& title, QRectF frame)
+ShareableCatalog catalogOf(const SimScene& scene, qint32 self = selfPid)
 {
-    LiveWindow w;
-    w.windowID = id;
-    w.owningApplication = owner;
-    w.title = title;
-    w.frame = frame;
-    w.isOnScreen = true;
-    return w;
+    return ShareableCatalog::fromContent(scene.toContent(), self, std::nullopt, {registryWindow},
+                                         scene.toScreens());
 }
 
-// Display 1: 1440 x 900 points at 2x, a 25-point panel on top. Display 2:
-// 1920 x 1080 to its right, unknown to the screen list.
-ShareableContent content()
+VisibilityPolicy policy(VisibilityMode mode, QList<AppIdentity> apps,
+                        QList<WindowIdentity> windows = {})
 {
-    ShareableContent c;
-    c.displays = {LiveDisplay{1, QRectF(0, 0, 1440, 900), 1440, 900, 2880, 1800},
-                  LiveDisplay{2, QRectF(1440, 0, 1920, 1080), 1920, 1080, 1920, 1080}};
-    c.applications = {self, editor, mail, browserA, browserB, terminal};
-    c.windows = {
-        window(1, self, u"Vistrel"_s, QRectF(20, 20, 300, 200)),
-        window(21, editor, u"Draft"_s, QRectF(100, 100, 600, 400)),
-        window(22, editor, u"Notes"_s, QRectF(1500, 50, 400, 300)),
-        window(31, mail, u"Inbox"_s, QRectF(50, 500, 300, 200)),
-        window(41, browserA, u"Docs"_s, QRectF(800, 200, 500, 500)),
-        window(42, browserB, u"News"_s, QRectF(800, 700, 300, 300)),
-    };
-    return c;
-}
-
-// The registry publishes window 77, which no snapshot holds yet.
-ShareableCatalog catalogOf(const ShareableContent& c, qint32 pid = selfPid)
-{
-    return ShareableCatalog::fromContent(c, pid, std::nullopt, {77}, {});
-}
-
-// Every form names Vistrel itself: its process, its window in the snapshot
-// and the registry's window not yet discovered.
-ContentFilter expectedFilter(ContentFilterForm form, quint32 display, QList<qint32> pids,
-                             QList<quint32> windows, bool menuBar,
-                             QList<AppIdentity> applications = {}, qint32 own = selfPid,
-                             QList<quint32> ownWindows = {1, 77})
-{
-    ContentFilter f;
-    f.form = form;
-    f.displayID = display;
-    f.processIDs = std::move(pids);
-    f.windowIDs = std::move(windows);
-    f.includeMenuBar = menuBar;
-    f.applications = std::move(applications);
-    f.ownProcessID = own;
-    f.ownWindowIDs = std::move(ownWindows);
-    return f;
-}
-
-SimScreenProvider screens()
-{
-    return SimScreenProvider({ScreenInfo{.displayID = 1,
-                                         .localizedName = u"Built-in"_s,
-                                         .frame = QRectF(0, 0, 1440, 900),
-                                         .visibleFrame = QRectF(0, 25, 1440, 875),
-                                         .maximumFramesPerSecond = 60}});
+    VisibilityPolicy result;
+    result.mode = mode;
+    RuleSet& rules = mode == VisibilityMode::allowList ? result.allowList : result.blockList;
+    rules.applications = QSet<AppIdentity>(apps.begin(), apps.end());
+    rules.windows = QSet<WindowIdentity>(windows.begin(), windows.end());
+    return result;
 }
 
 VisibilityPolicy allow(QList<AppIdentity> apps, QList<WindowIdentity> windows = {})
 {
-    VisibilityPolicy policy;
-    policy.mode = VisibilityMode::allowList;
-    policy.allowList.applications = QSet<AppIdentity>(apps.begin(), apps.end());
-    policy.allowList.windows = QSet<WindowIdentity>(windows.begin(), windows.end());
-    return policy;
+    return policy(VisibilityMode::allowList, std::move(apps), std::move(windows));
 }
 
 VisibilityPolicy block(QList<AppIdentity> apps, QList<WindowIdentity> windows = {})
 {
-    VisibilityPolicy policy;
-    policy.mode = VisibilityMode::blockList;
-    policy.blockList.applications = QSet<AppIdentity>(apps.begin(), apps.end());
-    policy.blockList.windows = QSet<WindowIdentity>(windows.begin(), windows.end());
-    return policy;
+    return policy(VisibilityMode::blockList, std::move(apps), std::move(windows));
 }
 
-ShareableDisplay displayOf(QRectF frame, QSizeF pixels = {})
+ShareableDisplay displayOf(QRectF frame)
 {
-    return ShareableDisplay{7, u"D"_s, frame, frame.size(),
-                            pixels.isEmpty() ? frame.size() : pixels};
+    return ShareableDisplay{7, u"D"_s, frame, frame.size(), frame.size()};
 }
 
-// Display 1 at (1000, 0), 400 x 300; no two windows overlap.
-SimScene pictureScene()
-{
-    SimScene s;
-    SimDisplay display = makeSimDisplay(1, QRectF(1000, 0, 400, 300), u"Main"_s);
-    display.desktopColor = QColor(0x20, 0x40, 0x60);
-    s.displays = {display};
-    s.applications = {{selfPid, u"org.vistrel"_s, u"Vistrel"_s},
-                      {7, u"org.editor"_s, u"Editor"_s},
-                      {8, std::nullopt, u"Mail"_s},
-                      {9, u"org.browser"_s, u"Browser"_s},
-                      {30, std::nullopt, u"Panel"_s}};
-    SimWindow dock = makeSimWindow(90, 30, QRectF(1000, 280, 400, 20), Qt::yellow, u"panel"_s);
-    dock.windowLayer = 20;
-    s.windows = {
-        makeSimWindow(11, 7, QRectF(1020, 40, 80, 60), Qt::red, u"Draft"_s),
-        makeSimWindow(12, 7, QRectF(1120, 40, 80, 60), Qt::darkRed, u"Notes"_s),
-        makeSimWindow(21, 8, QRectF(1220, 40, 80, 60), Qt::green, u"Inbox"_s),
-        makeSimWindow(31, 9, QRectF(1020, 160, 80, 60), Qt::blue, u"Docs"_s),
-        makeSimWindow(1, selfPid, QRectF(1300, 160, 80, 60), Qt::gray, u"Vistrel"_s),
-        dock,
-    };
-    return s;
-}
+const WindowIdentity draft(editorId, u"Draft"_s, 21u);
 
 } // namespace
 
@@ -146,16 +53,14 @@ class TestCaptureFilterBuilder : public QObject {
     Q_OBJECT
 
 private:
-    SimScreenProvider screenList = screens();
-    CaptureFilterBuilder builder{screenList};
+    const SimScene scene = desktopScene();
+    const SimScreenProvider screens = SimScreenProvider::fromScene(scene);
+    const CaptureFilterBuilder builder{screens};
 
-    CapturePlan planOf(const CaptureBuildResult& result)
+    CaptureBuildResult build(const VisibilityPolicy& policy, quint32 display, OutputFrameMode frame,
+                             OutputContentMode content, const SimScene& from) const
     {
-        if (const auto* plan = std::get_if<CapturePlan>(&result))
-            return *plan;
-        QTest::qFail(qPrintable(u"blank: "_s + toString(std::get<OutputBlankReason>(result))),
-                     __FILE__, __LINE__);
-        return {};
+        return builder.build(policy, display, catalogOf(from), false, frame, content);
     }
 
 private Q_SLOTS:
@@ -167,34 +72,32 @@ private Q_SLOTS:
         QTest::addColumn<OutputContentMode>("contentMode");
         QTest::addColumn<OutputBlankReason>("expected");
 
-        const ShareableCatalog full = catalogOf(content());
+        const ShareableCatalog full = catalogOf(scene);
         ShareableCatalog notLive = full;
         notLive.liveDisplaysByID.remove(1);
         ShareableCatalog notListed = full;
         notListed.displays.removeIf([](const ShareableDisplay& d) { return d.id == 1; });
+        const ShareableCatalog empty = ShareableCatalog::empty();
         const auto sanitized = OutputContentMode::sanitized;
         const auto desktop = OutputContentMode::fullDesktop;
-        const std::optional<quint32> one = 1u;
-        const std::optional<quint32> none;
+        const std::optional<quint32> one = 1u, none;
+        using R = OutputBlankReason;
 
         QTest::newRow("panic wins without a display")
-            << ShareableCatalog::empty() << none << true << sanitized
-            << OutputBlankReason::panicHidden;
+            << empty << none << true << sanitized << R::panicHidden;
         QTest::newRow("panic wins over full desktop")
-            << full << one << true << desktop << OutputBlankReason::panicHidden;
+            << full << one << true << desktop << R::panicHidden;
         QTest::newRow("no display, empty catalog")
-            << ShareableCatalog::empty() << none << false << sanitized
-            << OutputBlankReason::noDisplaySelected;
-        QTest::newRow("empty catalog") << ShareableCatalog::empty() << one << false << desktop
-                                       << OutputBlankReason::contentUnavailable;
+            << empty << none << false << sanitized << R::noDisplaySelected;
+        QTest::newRow("empty catalog") << empty << one << false << desktop << R::contentUnavailable;
         QTest::newRow("display not live")
-            << notLive << one << false << desktop << OutputBlankReason::contentUnavailable;
+            << notLive << one << false << desktop << R::contentUnavailable;
         QTest::newRow("display not listed")
-            << notListed << one << false << desktop << OutputBlankReason::contentUnavailable;
-        QTest::newRow("unknown display") << full << std::optional<quint32>(5u) << false << sanitized
-                                         << OutputBlankReason::contentUnavailable;
+            << notListed << one << false << desktop << R::contentUnavailable;
+        QTest::newRow("unknown display")
+            << full << std::optional<quint32>(5u) << false << sanitized << R::contentUnavailable;
         QTest::newRow("allow list with nothing")
-            << full << one << false << sanitized << OutputBlankReason::nothingSelected;
+            << full << one << false << sanitized << R::nothingSelected;
     }
 
     void decisionOrder()
@@ -211,167 +114,223 @@ private Q_SLOTS:
         QCOMPARE(toString(std::get<OutputBlankReason>(result)), toString(expected));
     }
 
-    void fullDesktopIgnoresListsAndFrameMode()
-    {
-        const ShareableCatalog catalog = catalogOf(content());
-        const CapturePlan plan =
-            planOf(builder.build(allow({editorId}), 1u, catalog, false, OutputFrameMode::dynamic,
-                                 OutputContentMode::fullDesktop));
-        QCOMPARE(plan.signature, u"fullDesktop:allowList:screen:1:2880x1800:apps[100]:windows[]:"
-                                 "0.00,0.00,1440.00,900.00"_s);
-        QCOMPARE(plan.filter, expectedFilter(ContentFilterForm::displayExcludingApplications, 1,
-                                             {selfPid}, {}, true));
-        QCOMPARE(plan.sourceRect, QRectF(0, 0, 1440, 900));
-        QCOMPARE(plan.canvasLogicalSize, QSizeF(1440, 900));
-        QVERIFY(plan.isFullDesktopCapture);
-        QVERIFY(!plan.usesTransparentCanvas);
-        QCOMPARE(plan.display.name, u"Display 1"_s);
-
-        // Without an own process in the snapshot, the plain form.
-        const CapturePlan bare =
-            planOf(builder.build(block({mailId}), 2u, catalogOf(content(), 999), false,
-                                 OutputFrameMode::screen, OutputContentMode::fullDesktop));
-        QCOMPARE(bare.signature, u"fullDesktop:blockList:screen:2:1920x1080:apps[]:windows[]:"
-                                 "0.00,0.00,1920.00,1080.00"_s);
-        QCOMPARE(bare.filter, expectedFilter(ContentFilterForm::displayExcludingWindows, 2, {}, {},
-                                             true, {}, 999, {77}));
-    }
-
-    void blockListExcludesAppsWindowsAndSelf()
-    {
-        const ShareableCatalog catalog = catalogOf(content());
-        const VisibilityPolicy policy =
-            block({mailId, ghostId}, {WindowIdentity(editorId, u"Draft"_s, 21u),
-                                      WindowIdentity(editorId, u"draft"_s, std::nullopt),
-                                      WindowIdentity(editorId, u"Notes"_s, 22u)});
-        const CapturePlan plan = planOf(builder.build(
-            policy, 1u, catalog, false, OutputFrameMode::screen, OutputContentMode::sanitized));
-        // Notes lives on the other display; Draft matched twice counts once.
-        QCOMPARE(plan.signature, u"sanitized:blockList:screen:1:2880x1800:apps[8,100]:windows[21]:"
-                                 "0.00,25.00,1440.00,875.00"_s);
-        QCOMPARE(plan.filter, expectedFilter(ContentFilterForm::displayExcludingApplications, 1,
-                                             {8, selfPid}, {21}, true, {mailId, ghostId}));
-        QCOMPARE(plan.canvasLogicalSize, QSizeF(1440, 875));
-        QVERIFY(plan.usesTransparentCanvas);
-        QVERIFY(!plan.isFullDesktopCapture);
-
-        // Dynamic: Docs and News remain; News is clipped by the bottom edge.
-        const CapturePlan dynamic = planOf(builder.build(
-            policy, 1u, catalog, false, OutputFrameMode::dynamic, OutputContentMode::sanitized));
-        QCOMPARE(dynamic.signature,
-                 u"sanitized:blockList:dynamic:1:2880x1800:apps[8,100]:windows[21]:"
-                 "788.00,188.00,524.00,712.00"_s);
-        QCOMPARE(dynamic.canvasLogicalSize, QSizeF(524, 712));
-    }
-
-    void emptyBlockListStillCaptures()
-    {
-        const CapturePlan plan =
-            planOf(builder.build(block({}), 2u, catalogOf(content()), false,
-                                 OutputFrameMode::screen, OutputContentMode::sanitized));
-        QCOMPARE(plan.signature, u"sanitized:blockList:screen:2:1920x1080:apps[100]:windows[]:"
-                                 "0.00,0.00,1920.00,1080.00"_s);
-    }
-
-    void allowListSplitsAppsAndExtraWindows()
-    {
-        const ShareableCatalog catalog = catalogOf(content());
-        const VisibilityPolicy policy =
-            allow({browserId, editorId}, {WindowIdentity(mailId, u"Inbox"_s, 31u),
-                                          WindowIdentity(editorId, u"Draft"_s, 21u)});
-        const CapturePlan plan = planOf(builder.build(
-            policy, 1u, catalog, false, OutputFrameMode::screen, OutputContentMode::sanitized));
-        QCOMPARE(plan.signature,
-                 u"sanitized:allowList:screen:1:2880x1800:apps[7,9,10]:windows[21,31,41,42]:"
-                 "0.00,25.00,1440.00,875.00"_s);
-        QCOMPARE(plan.filter.form, ContentFilterForm::displayIncludingApplications);
-        QCOMPARE(plan.filter.windowIDs, QList<quint32>{31}); // Draft comes with Editor
-        QList<qint32> pids = plan.filter.processIDs;
-        std::sort(pids.begin(), pids.end());
-        QCOMPARE(pids, (QList<qint32>{7, 9, 10}));
-        QVERIFY(!plan.filter.includeMenuBar);
-
-        // The individually allowed window still shapes the dynamic frame.
-        const CapturePlan onlyDraft = planOf(
-            builder.build(allow({editorId}, {WindowIdentity(editorId, u"Draft"_s, 21u)}), 1u,
-                          catalog, false, OutputFrameMode::dynamic, OutputContentMode::sanitized));
-        QCOMPARE(onlyDraft.signature,
-                 u"sanitized:allowList:dynamic:1:2880x1800:apps[7]:windows[21]:"
-                 "88.00,88.00,624.00,424.00"_s);
-        QVERIFY(onlyDraft.filter.windowIDs.isEmpty());
-    }
-
-    void allowListEdgeCases_data()
+    // From choice to frame: the plan's signature, and the scripted stream
+    // given the plan shows exactly the windows listed (checked at the centre
+    // of every window inside the frame).
+    void plans_data()
     {
         QTest::addColumn<VisibilityPolicy>("policy");
+        QTest::addColumn<quint32>("display");
+        QTest::addColumn<OutputFrameMode>("frameMode");
+        QTest::addColumn<OutputContentMode>("contentMode");
         QTest::addColumn<QString>("expected"); // signature, or the blank reason
+        QTest::addColumn<QList<quint32>>("shown");
+        const auto row = [](const char* name, const VisibilityPolicy& policy, quint32 display,
+                            OutputFrameMode frame, OutputContentMode content,
+                            const QString& expected, QList<quint32> shown) {
+            QTest::newRow(name) << policy << display << frame << content << expected << shown;
+        };
+        const auto screen = OutputFrameMode::screen;
+        const auto dynamic = OutputFrameMode::dynamic;
+        const auto sanitized = OutputContentMode::sanitized;
+        const VisibilityPolicy blockMail =
+            block({mailId, ghostId}, {draft, WindowIdentity(editorId, u"draft"_s, std::nullopt),
+                                      WindowIdentity(editorId, u"Notes"_s, 22u)});
 
-        QTest::newRow("not running, window elsewhere")
-            << allow({ghostId}, {WindowIdentity(editorId, u"Notes"_s, 22u)})
-            << u"nothingSelected"_s;
-        QTest::newRow("own application only") << allow({selfId}) << u"nothingSelected"_s;
-        QTest::newRow("own window by title")
-            << allow({}, {WindowIdentity(selfId, u"Vistrel"_s, std::nullopt)})
-            << u"nothingSelected"_s;
-        QTest::newRow("running app without windows here")
-            << allow({terminalId})
-            << u"sanitized:allowList:screen:1:2880x1800:apps[11]:windows[]:"
-               "0.00,25.00,1440.00,875.00"_s;
-        QTest::newRow("window alone, by title")
-            << allow({}, {WindowIdentity(mailId, u" inbox "_s, std::nullopt)})
-            << u"sanitized:allowList:screen:1:2880x1800:apps[]:windows[31]:"
-               "0.00,25.00,1440.00,875.00"_s;
-        QTest::newRow("same processes by bundle and by name")
-            << allow({browserId, AppIdentity{std::nullopt, u"BROWSER"_s}})
-            << u"sanitized:allowList:screen:1:2880x1800:apps[9,10]:windows[41,42]:"
-               "0.00,25.00,1440.00,875.00"_s;
+        row("full desktop ignores lists and frame mode", allow({editorId}), 1, dynamic,
+            OutputContentMode::fullDesktop,
+            u"fullDesktop:allowList:screen:1:2880x1800:apps[100]:windows[]:"
+            "0.00,0.00,1440.00,900.00"_s,
+            {21, 31, 41, 42, 90});
+        // Notes lives on the other display; Draft matched twice counts once.
+        row("block apps and windows", blockMail, 1, screen, sanitized,
+            u"sanitized:blockList:screen:1:2880x1800:apps[8,100]:windows[21]:"
+            "0.00,25.00,1440.00,875.00"_s,
+            {41, 42});
+        // Docs and News remain; News is clipped by the bottom edge.
+        row("block apps and windows, dynamic", blockMail, 1, dynamic, sanitized,
+            u"sanitized:blockList:dynamic:1:2880x1800:apps[8,100]:windows[21]:"
+            "788.00,188.00,524.00,712.00"_s,
+            {41, 42});
+        // A window rule left over next to its application's rule: still hidden.
+        row("block a window of a blocked app", block({editorId, mailId}, {draft}), 1, screen,
+            sanitized,
+            u"sanitized:blockList:screen:1:2880x1800:apps[7,8,100]:windows[21]:"
+            "0.00,25.00,1440.00,875.00"_s,
+            {41, 42});
+        row("empty block list still captures", block({}), 2, screen, sanitized,
+            u"sanitized:blockList:screen:2:1920x1080:apps[100]:windows[]:"
+            "0.00,0.00,1920.00,1080.00"_s,
+            {22});
+        // Draft comes with Editor; the off-screen window is listed, not drawn.
+        row("allow apps and extra windows",
+            allow({browserId, editorId}, {WindowIdentity(mailId, u"Inbox"_s, 31u), draft}), 1,
+            screen, sanitized,
+            u"sanitized:allowList:screen:1:2880x1800:apps[7,9,10]:windows[21,23,31,41,42]:"
+            "0.00,25.00,1440.00,875.00"_s,
+            {21, 31, 41, 42});
+        row("allowed window shapes the dynamic frame", allow({editorId}, {draft}), 1, dynamic,
+            sanitized,
+            u"sanitized:allowList:dynamic:1:2880x1800:apps[7]:windows[21,23]:"
+            "88.00,88.00,624.00,424.00"_s,
+            {21});
+        row("allow two apps, dynamic", allow({browserId, mailId}), 1, dynamic, sanitized,
+            u"sanitized:allowList:dynamic:1:2880x1800:apps[8,9,10]:windows[31,41,42]:"
+            "38.00,188.00,1274.00,712.00"_s,
+            {31, 41, 42});
+        row("not running, window elsewhere",
+            allow({ghostId}, {WindowIdentity(editorId, u"Notes"_s, 22u)}), 1, screen, sanitized,
+            u"nothingSelected"_s, {});
+        row("own application only", allow({selfId}), 1, screen, sanitized, u"nothingSelected"_s,
+            {});
+        row("own window by title", allow({}, {WindowIdentity(selfId, u"Vistrel"_s, std::nullopt)}),
+            1, screen, sanitized, u"nothingSelected"_s, {});
+        row("running app without windows here", allow({terminalId}), 1, screen, sanitized,
+            u"sanitized:allowList:screen:1:2880x1800:apps[11]:windows[]:"
+            "0.00,25.00,1440.00,875.00"_s,
+            {});
+        row("window alone, by title",
+            allow({}, {WindowIdentity(mailId, u" inbox "_s, std::nullopt)}), 1, screen, sanitized,
+            u"sanitized:allowList:screen:1:2880x1800:apps[]:windows[31]:"
+            "0.00,25.00,1440.00,875.00"_s,
+            {31});
+        row("same processes by bundle and by name",
+            allow({browserId, AppIdentity{std::nullopt, u"BROWSER"_s}}), 1, screen, sanitized,
+            u"sanitized:allowList:screen:1:2880x1800:apps[9,10]:windows[41,42]:"
+            "0.00,25.00,1440.00,875.00"_s,
+            {41, 42});
     }
 
-    void allowListEdgeCases()
+    void plans()
     {
         QFETCH(VisibilityPolicy, policy);
+        QFETCH(quint32, display);
+        QFETCH(OutputFrameMode, frameMode);
+        QFETCH(OutputContentMode, contentMode);
         QFETCH(QString, expected);
-        const CaptureBuildResult result =
-            builder.build(policy, 1u, catalogOf(content()), false, OutputFrameMode::screen,
-                          OutputContentMode::sanitized);
+        QFETCH(QList<quint32>, shown);
+
+        const CaptureBuildResult result = build(policy, display, frameMode, contentMode, scene);
         if (const auto* reason = std::get_if<OutputBlankReason>(&result)) {
             QCOMPARE(toString(*reason), expected);
-        } else {
-            const CapturePlan& plan = std::get<CapturePlan>(result);
-            QCOMPARE(plan.signature, expected);
-            // No process or window is listed twice.
-            QCOMPARE(
-                QSet<qint32>(plan.filter.processIDs.begin(), plan.filter.processIDs.end()).size(),
-                plan.filter.processIDs.size());
-            QVERIFY(plan.filter.windowIDs.isEmpty() || plan.filter.windowIDs == QList<quint32>{31});
+            return;
         }
-    }
+        const CapturePlan& plan = std::get<CapturePlan>(result);
+        QCOMPARE(plan.signature, expected);
+        const bool full = contentMode == OutputContentMode::fullDesktop;
+        QCOMPARE(plan.isFullDesktopCapture, full);
+        QCOMPARE(plan.usesTransparentCanvas, !full);
+        QCOMPARE(plan.canvasLogicalSize, plan.sourceRect.size());
+        QCOMPARE(plan.display.id, display);
+        const QList<qint32>& pids = plan.filter.processIDs;
+        QCOMPARE(QSet<qint32>(pids.begin(), pids.end()).size(), pids.size());
 
-    void signatureIgnoresDiscoveryOrder()
-    {
-        ShareableContent reversed = content();
+        // Discovery order changes nothing.
+        SimScene reversed = scene;
         std::reverse(reversed.windows.begin(), reversed.windows.end());
         std::reverse(reversed.applications.begin(), reversed.applications.end());
-        const VisibilityPolicy policy = allow({browserId, mailId});
-        const auto signatureOf = [&](const ShareableContent& c, OutputFrameMode mode) {
-            return planOf(builder.build(policy, 1u, catalogOf(c), false, mode,
-                                        OutputContentMode::sanitized))
+        QCOMPARE(std::get<CapturePlan>(build(policy, display, frameMode, contentMode, reversed))
+                     .signature,
+                 expected);
+
+        StreamConfiguration configuration;
+        configuration.sourceRect = plan.sourceRect;
+        configuration.width = int(plan.canvasLogicalSize.width());
+        configuration.height = int(plan.canvasLogicalSize.height());
+        const QImage frame = simComposeFrame(scene, plan.filter, configuration);
+        const QPointF origin = plan.display.frame.topLeft() + plan.sourceRect.topLeft();
+        int checked = 0;
+        for (const SimWindow& window : scene.windows) {
+            const QPointF centre = window.frame.center() - origin;
+            if (!QRectF(QPointF(), plan.sourceRect.size()).contains(centre))
+                continue;
+            const QColor seen = QColor::fromRgba(frame.pixel(centre.toPoint()));
+            QVERIFY2((seen == window.color) == shown.contains(window.windowID),
+                     qPrintable(QString::number(window.windowID)));
+            checked += shown.contains(window.windowID) ? 1 : 0;
+        }
+        QCOMPARE(checked, shown.size());
+    }
+
+    // Every form names Vistrel itself (its process, its window in the
+    // snapshot and the registry's window not yet discovered) and the rules'
+    // applications by identity.
+    void filtersNameVistrelAndTheRules_data()
+    {
+        QTest::addColumn<VisibilityPolicy>("policy");
+        QTest::addColumn<OutputContentMode>("contentMode");
+        QTest::addColumn<qint32>("self");
+        QTest::addColumn<ContentFilter>("expected");
+        using F = ContentFilterForm;
+        const QList<quint32> own{1, registryWindow};
+
+        QTest::newRow("full desktop")
+            << allow({editorId}) << OutputContentMode::fullDesktop << selfPid
+            << ContentFilter{.form = F::displayExcludingApplications,
+                             .displayID = 1,
+                             .processIDs = {selfPid},
+                             .includeMenuBar = true,
+                             .ownProcessID = selfPid,
+                             .ownWindowIDs = own};
+        // Without an own process in the snapshot, the plain form.
+        QTest::newRow("full desktop, own process not seen")
+            << block({mailId}) << OutputContentMode::fullDesktop << 998
+            << ContentFilter{.form = F::displayExcludingWindows,
+                             .displayID = 1,
+                             .includeMenuBar = true,
+                             .ownProcessID = 998,
+                             .ownWindowIDs = {registryWindow}};
+        QTest::newRow("block list")
+            << block({mailId, ghostId}, {draft}) << OutputContentMode::sanitized << selfPid
+            << ContentFilter{.form = F::displayExcludingApplications,
+                             .displayID = 1,
+                             .processIDs = {mailPid, selfPid},
+                             .windowIDs = {21},
+                             .includeMenuBar = true,
+                             .applications = {mailId, ghostId},
+                             .ownProcessID = selfPid,
+                             .ownWindowIDs = own};
+        QTest::newRow("allow list")
+            << allow({browserId, editorId}, {WindowIdentity(mailId, u"Inbox"_s, 31u), draft})
+            << OutputContentMode::sanitized << selfPid
+            << ContentFilter{.form = F::displayIncludingApplications,
+                             .displayID = 1,
+                             .processIDs = {editorPid, browserPid, secondBrowserPid},
+                             .windowIDs = {31},
+                             .applications = {browserId, editorId},
+                             .ownProcessID = selfPid,
+                             .ownWindowIDs = own};
+    }
+
+    void filtersNameVistrelAndTheRules()
+    {
+        QFETCH(VisibilityPolicy, policy);
+        QFETCH(OutputContentMode, contentMode);
+        QFETCH(qint32, self);
+        QFETCH(ContentFilter, expected);
+        const CaptureBuildResult result = builder.build(policy, 1u, catalogOf(scene, self), false,
+                                                        OutputFrameMode::screen, contentMode);
+        QVERIFY(std::holds_alternative<CapturePlan>(result));
+        ContentFilter filter = std::get<CapturePlan>(result).filter;
+        std::sort(filter.processIDs.begin(), filter.processIDs.end());
+        QCOMPARE(filter, expected);
+    }
+
+    void movingAWindowChangesOnlyTheDynamicRectangle()
+    {
+        SimScene moved = scene;
+        moved.window(31)->frame.translate(1, 0);
+        const VisibilityPolicy browserAndMail = allow({browserId, mailId});
+        const auto signature = [&](const SimScene& s, OutputFrameMode mode) {
+            return std::get<CapturePlan>(
+                       build(browserAndMail, 1, mode, OutputContentMode::sanitized, s))
                 .signature;
         };
-        for (OutputFrameMode mode : allOutputFrameModes)
-            QCOMPARE(signatureOf(reversed, mode), signatureOf(content(), mode));
-
-        // Moving a window by one point changes only the rectangle.
-        ShareableContent moved = content();
-        moved.windows[3].frame.translate(1, 0);
-        const QString before = signatureOf(content(), OutputFrameMode::dynamic);
-        const QString after = signatureOf(moved, OutputFrameMode::dynamic);
-        QCOMPARE(before, u"sanitized:allowList:dynamic:1:2880x1800:apps[8,9,10]:windows[31,41,42]:"
-                         "38.00,188.00,1274.00,712.00"_s);
-        QCOMPARE(after, u"sanitized:allowList:dynamic:1:2880x1800:apps[8,9,10]:windows[31,41,42]:"
-                        "39.00,188.00,1273.00,712.00"_s);
-        QCOMPARE(signatureOf(moved, OutputFrameMode::screen),
-                 signatureOf(content(), OutputFrameMode::screen));
+        QCOMPARE(signature(moved, OutputFrameMode::dynamic),
+                 u"sanitized:allowList:dynamic:1:2880x1800:apps[8,9,10]:windows[31,41,42]:"
+                 "39.00,188.00,1273.00,712.00"_s);
+        QCOMPARE(signature(moved, OutputFrameMode::screen),
+                 signature(scene, OutputFrameMode::screen));
     }
 
     void makeSignatureFormatsEveryPiece()
@@ -464,73 +423,6 @@ private Q_SLOTS:
         SimScreenProvider provider(screens);
         const CaptureFilterBuilder local(provider);
         QCOMPARE(local.usableDisplayRect(displayOf(QRectF(1440, 100, 1000, 800))), expected);
-    }
-
-    void frameShowsWhatThePlanShares_data()
-    {
-        QTest::addColumn<VisibilityPolicy>("policy");
-        QTest::addColumn<OutputContentMode>("contentMode");
-        QTest::addColumn<QList<quint32>>("shown");
-
-        VisibilityPolicy allow;
-        allow.mode = VisibilityMode::allowList;
-        allow.allowList.applications = {editorId};
-        allow.allowList.windows = {WindowIdentity(mailId, u"Inbox"_s, 21u)};
-        QTest::newRow("allow an app and a window")
-            << allow << OutputContentMode::sanitized << QList<quint32>{11, 12, 21};
-
-        VisibilityPolicy block;
-        block.mode = VisibilityMode::blockList;
-        block.blockList.applications = {mailId};
-        block.blockList.windows = {WindowIdentity(editorId, u"Notes"_s, 12u)};
-        QTest::newRow("block an app and a window")
-            << block << OutputContentMode::sanitized << QList<quint32>{11, 31, 90};
-
-        // A window rule left over next to its application's rule: still hidden.
-        VisibilityPolicy both = block;
-        both.blockList.applications.insert(editorId);
-        QTest::newRow("block a window of a blocked app")
-            << both << OutputContentMode::sanitized << QList<quint32>{31, 90};
-
-        QTest::newRow("full desktop without us")
-            << allow << OutputContentMode::fullDesktop << QList<quint32>{11, 12, 21, 31, 90};
-    }
-
-    // From scene to frame: the scripted stream, given the plan, shows exactly
-    // the windows the plan shares.
-    void frameShowsWhatThePlanShares()
-    {
-        QFETCH(VisibilityPolicy, policy);
-        QFETCH(OutputContentMode, contentMode);
-        QFETCH(QList<quint32>, shown);
-
-        const SimScene s = pictureScene();
-        const SimScreenProvider screens = SimScreenProvider::fromScene(s);
-        const ShareableCatalog catalog = ShareableCatalog::fromContent(
-            s.toContent(), selfPid, std::nullopt, {}, screens.screens());
-        const CaptureFilterBuilder local(screens);
-        const CaptureBuildResult result =
-            local.build(policy, 1u, catalog, false, OutputFrameMode::screen, contentMode);
-        QVERIFY(std::holds_alternative<CapturePlan>(result));
-        const CapturePlan& plan = std::get<CapturePlan>(result);
-
-        StreamConfiguration configuration;
-        configuration.sourceRect = plan.sourceRect;
-        configuration.width = int(plan.canvasLogicalSize.width());
-        configuration.height = int(plan.canvasLogicalSize.height());
-        configuration.backgroundColor =
-            plan.usesTransparentCanvas ? QColor(0, 0, 0, 0) : QColor(Qt::black);
-        const QImage frame = simComposeFrame(s, plan.filter, configuration);
-        QCOMPARE(frame.size(), QSize(400, 300));
-
-        for (const SimWindow& window : s.windows) {
-            const QPoint centre = (window.frame.center() - s.displays[0].frame.topLeft()).toPoint();
-            const QColor seen = QColor::fromRgba(frame.pixel(centre));
-            if (shown.contains(window.windowID))
-                QCOMPARE(seen, window.color);
-            else
-                QVERIFY2(seen != window.color, qPrintable(QString::number(window.windowID)));
-        }
     }
 };
 

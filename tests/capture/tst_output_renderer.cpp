@@ -39,16 +39,6 @@ class TestOutputRenderer : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void addingConfiguresLayerForLetterBoxedClearPicture()
-    {
-        OutputRenderer renderer;
-        RecordingDisplayLayer layer;
-        renderer.addDisplayLayer(&layer);
-        QVERIFY(layer.gravity == VideoGravity::resizeAspect);
-        QCOMPARE(layer.backgroundColor.alpha(), 0);
-        QCOMPARE(layer.opaque, false);
-    }
-
     void sameLayerTwiceKeepsOneEntryInRegistrationOrder()
     {
         OutputRenderer renderer;
@@ -64,6 +54,11 @@ private Q_SLOTS:
 
         renderer.removeDisplayLayer(&first);
         QCOMPARE(live(renderer.displayLayers()), (QList<DisplayLayer*>{&second}));
+
+        // Every layer is set up for a letter-boxed, see-through picture.
+        QVERIFY(second.gravity == VideoGravity::resizeAspect);
+        QCOMPARE(second.backgroundColor.alpha(), 0);
+        QCOMPARE(second.opaque, false);
     }
 
     void destroyedLayerIsPrunedByEveryOperation_data()

@@ -52,178 +52,166 @@ class TestPermissionManager : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void constructionReadsPermission_data();
-    void constructionReadsPermission();
-    void becomingActiveRechecks();
-    void refreshPublishesEvenWhenUnchanged();
-    void requestAccess_data();
-    void requestAccess();
-    void lateRequestResultIsDropped();
-    void destroyedManagerIgnoresActivation();
-    void openSystemSettings_data();
-    void openSystemSettings();
+
+    void constructionReadsPermission_data()
+    {
+        QTest::addColumn<bool>("granted");
+        QTest::addColumn<State>("state");
+        QTest::newRow("granted") << true << State::granted;
+        QTest::newRow("missing") << false << State::missing;
+    }
+
+    void constructionReadsPermission()
+    {
+        QFETCH(bool, granted);
+        QFETCH(State, state);
+        Fixture f(granted);
+        QCOMPARE(f.manager->state(), state);
+        QCOMPARE(f.manager->property("state").value<State>(), state);
+        QCOMPARE(f.permission->requestCount(), 0); // never prompts on its own
+    }
+
+    void becomingActiveRechecks()
+    {
+        Fixture f(false);
+        QSignalSpy published(f.manager.get(), &PermissionManager::stateChanged);
+
+        // Granted elsewhere while the application was in the background.
+        f.permission->setGranted(true);
+        QCOMPARE(QGuiApplication::applicationState(), Qt::ApplicationInactive);
+        QWindow window;
+        window.resize(100, 100);
+        window.show();
+        window.requestActivate();
+        QTRY_COMPARE(QGuiApplication::applicationState(), Qt::ApplicationActive);
+        QTRY_COMPARE(f.manager->state(), State::granted);
+        QCOMPARE(published.last().at(0).value<State>(), State::granted);
+        QCOMPARE(f.permission->requestCount(), 0);
+
+        // And taken away again.
+        f.permission->setGranted(false);
+        becomeActiveAgain();
+        QTRY_COMPARE(f.manager->state(), State::missing);
+    }
+
+    void refreshPublishesEvenWhenUnchanged()
+    {
+        Fixture f(true);
+        QSignalSpy published(f.manager.get(), &PermissionManager::stateChanged);
+        f.manager->refreshState();
+        f.manager->refreshState();
+        QCOMPARE(published.count(), 2);
+        QCOMPARE(f.manager->state(), State::granted);
+
+        f.permission->setGranted(false);
+        f.manager->refreshState();
+        QCOMPARE(published.count(), 3);
+        QCOMPARE(f.manager->state(), State::missing);
+    }
+
+    void requestAccess_data()
+    {
+        QTest::addColumn<bool>("granted");
+        QTest::addColumn<std::optional<bool>>("outcome");
+        QTest::addColumn<State>("state");
+        QTest::addColumn<QString>("logged");
+
+        const QString yes = u"Screen Recording access request completed: true"_s;
+        const QString no = u"Screen Recording access request completed: false"_s;
+        QTest::newRow("already granted") << true << std::optional<bool>() << State::granted << yes;
+        QTest::newRow("missing, re-check fails")
+            << false << std::optional<bool>() << State::missing << no;
+        QTest::newRow("missing, user allows")
+            << false << std::optional(true) << State::granted << yes;
+        QTest::newRow("granted, user refuses")
+            << true << std::optional(false) << State::missing << no;
+    }
+
+    void requestAccess()
+    {
+        QFETCH(bool, granted);
+        QFETCH(std::optional<bool>, outcome);
+        QFETCH(State, state);
+        QFETCH(QString, logged);
+
+        Fixture f(granted);
+        f.permission->setRequestOutcome(outcome);
+        test::MessageLog log;
+        QSignalSpy published(f.manager.get(), &PermissionManager::stateChanged);
+
+        f.manager->requestAccess();
+        QCOMPARE(published.count(), 0); // the answer is never published inline
+        QTRY_COMPARE(published.count(), 1);
+
+        QCOMPARE(f.manager->state(), state);
+        QCOMPARE(published.at(0).at(0).value<State>(), state);
+        QCOMPARE(f.permission->requestCount(), 1);
+        QVERIFY(f.permission->lastRequestThread() != nullptr);
+        QVERIFY(f.permission->lastRequestThread() != QThread::currentThread());
+        QCOMPARE(log.texts(permissionCategory, QtInfoMsg), QStringList{logged});
+    }
+
+    // A manager gone while its request runs hears nothing more.
+    void goneManagerHearsNothing()
+    {
+        Fixture f(false);
+        f.permission->setRequestOutcome(true);
+        f.permission->holdRequests();
+        test::MessageLog log;
+
+        f.manager->requestAccess();
+        f.manager.reset();
+        f.permission->releaseRequests();
+        QVERIFY(QThreadPool::globalInstance()->waitForDone(5000));
+        QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
+
+        QCOMPARE(f.permission->requestCount(), 1);
+        QCOMPARE(log.texts(permissionCategory, QtInfoMsg), QStringList());
+
+        // Nor does becoming active re-check.
+        const int checks = f.permission->preflightCount();
+        becomeActiveAgain();
+        QCoreApplication::processEvents();
+        QCOMPARE(f.permission->preflightCount(), checks);
+    }
+
+    void openSystemSettings_data()
+    {
+        QTest::addColumn<QUrl>("url");
+        QTest::addColumn<bool>("opens");
+        QTest::addColumn<bool>("succeeds");
+        QTest::addColumn<int>("warnings");
+
+        const QUrl help = QUrl::fromLocalFile(u"/usr/share/doc/vistrel/capture-access.html"_s);
+        QTest::newRow("help page") << help << true << true << 0;
+        QTest::newRow("no handler") << help << true << false << 1;
+        QTest::newRow("no address") << QUrl() << false << true << 0;
+        QTest::newRow("malformed") << QUrl(u"http://[::1"_s) << false << true << 0;
+    }
+
+    void openSystemSettings()
+    {
+        QFETCH(QUrl, url);
+        QFETCH(bool, opens);
+        QFETCH(bool, succeeds);
+        QFETCH(int, warnings);
+
+        Fixture f(false);
+        f.permission->setSettingsUrl(url);
+        f.opener->setSucceeds(succeeds);
+        QSignalSpy published(f.manager.get(), &PermissionManager::stateChanged);
+        test::MessageLog log;
+
+        f.manager->openSystemSettings();
+        QCOMPARE(f.opener->openedUrls(), opens ? QList<QUrl>{url} : QList<QUrl>{});
+        QCOMPARE(log.texts(permissionCategory, QtWarningMsg).size(), warnings);
+        // Nothing changes until the user comes back to the application.
+        QCoreApplication::processEvents();
+        QCOMPARE(published.count(), 0);
+        QCOMPARE(f.permission->requestCount(), 0);
+    }
 };
-
-void TestPermissionManager::constructionReadsPermission_data()
-{
-    QTest::addColumn<bool>("granted");
-    QTest::addColumn<State>("state");
-    QTest::newRow("granted") << true << State::granted;
-    QTest::newRow("missing") << false << State::missing;
-}
-
-void TestPermissionManager::constructionReadsPermission()
-{
-    QFETCH(bool, granted);
-    QFETCH(State, state);
-    Fixture f(granted);
-    QCOMPARE(f.manager->state(), state);
-    QCOMPARE(f.manager->property("state").value<State>(), state);
-    QCOMPARE(f.permission->requestCount(), 0); // never prompts on its own
-}
-
-void TestPermissionManager::becomingActiveRechecks()
-{
-    Fixture f(false);
-    QSignalSpy published(f.manager.get(), &PermissionManager::stateChanged);
-
-    // Granted elsewhere while the application was in the background.
-    f.permission->setGranted(true);
-    QCOMPARE(QGuiApplication::applicationState(), Qt::ApplicationInactive);
-    QWindow window;
-    window.resize(100, 100);
-    window.show();
-    window.requestActivate();
-    QTRY_COMPARE(QGuiApplication::applicationState(), Qt::ApplicationActive);
-    QTRY_COMPARE(f.manager->state(), State::granted);
-    QCOMPARE(published.last().at(0).value<State>(), State::granted);
-    QCOMPARE(f.permission->requestCount(), 0);
-
-    // And taken away again.
-    f.permission->setGranted(false);
-    becomeActiveAgain();
-    QTRY_COMPARE(f.manager->state(), State::missing);
-}
-
-void TestPermissionManager::refreshPublishesEvenWhenUnchanged()
-{
-    Fixture f(true);
-    QSignalSpy published(f.manager.get(), &PermissionManager::stateChanged);
-    f.manager->refreshState();
-    f.manager->refreshState();
-    QCOMPARE(published.count(), 2);
-    QCOMPARE(f.manager->state(), State::granted);
-
-    f.permission->setGranted(false);
-    f.manager->refreshState();
-    QCOMPARE(published.count(), 3);
-    QCOMPARE(f.manager->state(), State::missing);
-}
-
-void TestPermissionManager::requestAccess_data()
-{
-    QTest::addColumn<bool>("granted");
-    QTest::addColumn<std::optional<bool>>("outcome");
-    QTest::addColumn<State>("state");
-    QTest::addColumn<QString>("logged");
-
-    const QString yes = u"Screen Recording access request completed: true"_s;
-    const QString no = u"Screen Recording access request completed: false"_s;
-    QTest::newRow("already granted") << true << std::optional<bool>() << State::granted << yes;
-    QTest::newRow("missing, re-check fails")
-        << false << std::optional<bool>() << State::missing << no;
-    QTest::newRow("missing, user allows") << false << std::optional(true) << State::granted << yes;
-    QTest::newRow("granted, user refuses") << true << std::optional(false) << State::missing << no;
-}
-
-void TestPermissionManager::requestAccess()
-{
-    QFETCH(bool, granted);
-    QFETCH(std::optional<bool>, outcome);
-    QFETCH(State, state);
-    QFETCH(QString, logged);
-
-    Fixture f(granted);
-    f.permission->setRequestOutcome(outcome);
-    test::MessageLog log;
-    QSignalSpy published(f.manager.get(), &PermissionManager::stateChanged);
-
-    f.manager->requestAccess();
-    QCOMPARE(published.count(), 0); // the answer is never published inline
-    QTRY_COMPARE(published.count(), 1);
-
-    QCOMPARE(f.manager->state(), state);
-    QCOMPARE(published.at(0).at(0).value<State>(), state);
-    QCOMPARE(f.permission->requestCount(), 1);
-    QVERIFY(f.permission->lastRequestThread() != nullptr);
-    QVERIFY(f.permission->lastRequestThread() != QThread::currentThread());
-    QCOMPARE(log.texts(permissionCategory, QtInfoMsg), QStringList{logged});
-}
-
-void TestPermissionManager::lateRequestResultIsDropped()
-{
-    Fixture f(false);
-    f.permission->setRequestOutcome(true);
-    f.permission->holdRequests();
-    test::MessageLog log;
-
-    f.manager->requestAccess();
-    f.manager.reset();
-    f.permission->releaseRequests();
-    QVERIFY(QThreadPool::globalInstance()->waitForDone(5000));
-    QCoreApplication::processEvents();
-    QCoreApplication::processEvents();
-
-    QCOMPARE(f.permission->requestCount(), 1);
-    QCOMPARE(log.texts(permissionCategory, QtInfoMsg), QStringList());
-}
-
-void TestPermissionManager::destroyedManagerIgnoresActivation()
-{
-    Fixture f(false);
-    const int checks = f.permission->preflightCount();
-    f.manager.reset();
-
-    becomeActiveAgain();
-    QCoreApplication::processEvents();
-    QCOMPARE(f.permission->preflightCount(), checks);
-}
-
-void TestPermissionManager::openSystemSettings_data()
-{
-    QTest::addColumn<QUrl>("url");
-    QTest::addColumn<bool>("opens");
-    QTest::addColumn<bool>("succeeds");
-    QTest::addColumn<int>("warnings");
-
-    const QUrl help = QUrl::fromLocalFile(u"/usr/share/doc/vistrel/capture-access.html"_s);
-    QTest::newRow("help page") << help << true << true << 0;
-    QTest::newRow("no handler") << help << true << false << 1;
-    QTest::newRow("no address") << QUrl() << false << true << 0;
-    QTest::newRow("malformed") << QUrl(u"http://[::1"_s) << false << true << 0;
-}
-
-void TestPermissionManager::openSystemSettings()
-{
-    QFETCH(QUrl, url);
-    QFETCH(bool, opens);
-    QFETCH(bool, succeeds);
-    QFETCH(int, warnings);
-
-    Fixture f(false);
-    f.permission->setSettingsUrl(url);
-    f.opener->setSucceeds(succeeds);
-    QSignalSpy published(f.manager.get(), &PermissionManager::stateChanged);
-    test::MessageLog log;
-
-    f.manager->openSystemSettings();
-    QCOMPARE(f.opener->openedUrls(), opens ? QList<QUrl>{url} : QList<QUrl>{});
-    QCOMPARE(log.texts(permissionCategory, QtWarningMsg).size(), warnings);
-    // Nothing changes until the user comes back to the application.
-    QCoreApplication::processEvents();
-    QCOMPARE(published.count(), 0);
-    QCOMPARE(f.permission->requestCount(), 0);
-}
 
 QTEST_MAIN(TestPermissionManager)
 #include "tst_permission_manager.moc"

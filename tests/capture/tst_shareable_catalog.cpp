@@ -304,40 +304,30 @@ private Q_SLOTS:
         QCOMPARE(catalog.intersectsDisplay(frame, displayID), expected);
     }
 
+    // On one display: only the windows there, and sorted by name again
+    // (Both is first overall only because it is active).
     void applicationsOnDisplayKeepOnlyTheirWindowsThere()
     {
         const LiveApplication left = app(1, u"Left"_s);
         const LiveApplication both = app(2, u"Both"_s);
+        const LiveApplication ant = app(3, u"ant"_s);
         ShareableContent content = twoDisplays();
-        content.applications = {left, both};
+        content.applications = {left, both, ant};
         LiveWindow activeRight = window(4, both, u"r"_s, QRectF(1200, 10, 100, 100));
         activeRight.isActive = true;
-        content.windows = {window(1, left, u"l"_s), window(3, both, u"l"_s), activeRight};
+        content.windows = {window(1, left, u"l"_s), window(3, both, u"l"_s), activeRight,
+                           window(5, ant, u"a"_s)};
         const ShareableCatalog catalog = catalogOf(content);
-        QCOMPARE(names(catalog.applications), (QStringList{u"Both"_s, u"Left"_s}));
+        QCOMPARE(names(catalog.applications), (QStringList{u"Both"_s, u"ant"_s, u"Left"_s}));
 
         const QList<ShareableApp> onOne = catalog.applicationsOnDisplay(1u);
-        QCOMPARE(names(onOne), (QStringList{u"Both"_s, u"Left"_s}));
-        QCOMPARE(ids(onOne[0].windows), QList<quint32>{3});
+        QCOMPARE(names(onOne), (QStringList{u"ant"_s, u"Both"_s, u"Left"_s}));
+        QCOMPARE(ids(onOne[1].windows), QList<quint32>{3});
         const QList<ShareableApp> onTwo = catalog.applicationsOnDisplay(2u);
         QCOMPARE(names(onTwo), QStringList{u"Both"_s});
         QCOMPARE(ids(onTwo[0].windows), QList<quint32>{4});
         QCOMPARE(catalog.applicationsOnDisplay(std::nullopt), catalog.applications);
         QCOMPARE(catalog.applicationsOnDisplay(99u), catalog.applications);
-    }
-
-    void applicationsOnDisplayResortsByName()
-    {
-        const LiveApplication b = app(1, u"Bee"_s);
-        const LiveApplication a = app(2, u"ant"_s);
-        LiveWindow beeActive = window(2, b, u"x"_s, QRectF(1200, 10, 100, 100));
-        beeActive.isActive = true;
-        ShareableContent content = twoDisplays();
-        content.applications = {b, a};
-        content.windows = {window(1, b, u"y"_s), beeActive, window(3, a, u"z"_s)};
-        const ShareableCatalog catalog = catalogOf(content);
-        QCOMPARE(names(catalog.applications), (QStringList{u"Bee"_s, u"ant"_s}));
-        QCOMPARE(names(catalog.applicationsOnDisplay(1u)), (QStringList{u"ant"_s, u"Bee"_s}));
     }
 
     void runningApplicationsMatchEachProcessOnce()

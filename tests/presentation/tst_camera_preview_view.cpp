@@ -72,48 +72,33 @@ private Q_SLOTS:
         QTest::addColumn<QPoint>("point");
         QTest::addColumn<bool>("visible");
 
-        const QSize square(100, 100);
-        QTest::newRow("circle: centre") << square << CameraShape::circle << QPoint(50, 50) << true;
-        QTest::newRow("circle: corner") << square << CameraShape::circle << QPoint(2, 2) << false;
-        QTest::newRow("circle: near corner")
-            << square << CameraShape::circle << QPoint(12, 12) << false;
-        QTest::newRow("circle: edge middle")
-            << square << CameraShape::circle << QPoint(2, 50) << true;
-        QTest::newRow("circle: bottom right")
-            << square << CameraShape::circle << QPoint(97, 97) << false;
-
-        // Wide bounds: centred circle whose diameter is the height.
-        const QSize wide(200, 100);
-        QTest::newRow("wide circle: centre")
-            << wide << CameraShape::circle << QPoint(100, 50) << true;
-        QTest::newRow("wide circle: left of circle")
-            << wide << CameraShape::circle << QPoint(46, 50) << false;
-        QTest::newRow("wide circle: just inside left")
-            << wide << CameraShape::circle << QPoint(53, 50) << true;
-        QTest::newRow("wide circle: just inside right")
-            << wide << CameraShape::circle << QPoint(146, 50) << true;
-        QTest::newRow("wide circle: right of circle")
-            << wide << CameraShape::circle << QPoint(153, 50) << false;
-        QTest::newRow("wide circle: top centre")
-            << wide << CameraShape::circle << QPoint(100, 2) << true;
-
-        QTest::newRow("square: corner") << square << CameraShape::square << QPoint(0, 0) << true;
-        QTest::newRow("square: far corner")
-            << square << CameraShape::square << QPoint(99, 99) << true;
-
+        const QSize box(100, 100);
+        const QSize wide(200, 100); // a centred circle whose diameter is the height
+        const auto row = [](const char* name, QSize size, CameraShape shape, QPoint point,
+                            bool visible) {
+            QTest::newRow(name) << size << shape << point << visible;
+        };
+        using enum CameraShape;
+        row("circle: centre", box, circle, QPoint(50, 50), true);
+        row("circle: corner", box, circle, QPoint(2, 2), false);
+        row("circle: near corner", box, circle, QPoint(12, 12), false);
+        row("circle: edge middle", box, circle, QPoint(2, 50), true);
+        row("circle: bottom right", box, circle, QPoint(97, 97), false);
+        row("wide circle: centre", wide, circle, QPoint(100, 50), true);
+        row("wide circle: left of circle", wide, circle, QPoint(46, 50), false);
+        row("wide circle: just inside left", wide, circle, QPoint(53, 50), true);
+        row("wide circle: just inside right", wide, circle, QPoint(146, 50), true);
+        row("wide circle: right of circle", wide, circle, QPoint(153, 50), false);
+        row("wide circle: top centre", wide, circle, QPoint(100, 2), true);
+        row("square: corner", box, square, QPoint(0, 0), true);
+        row("square: far corner", box, square, QPoint(99, 99), true);
         // Corner radius 18 on 100 x 100: the corner's arc centre is (18, 18).
-        QTest::newRow("rounded: corner")
-            << square << CameraShape::roundedSquare << QPoint(1, 1) << false;
-        QTest::newRow("rounded: outside the arc")
-            << square << CameraShape::roundedSquare << QPoint(4, 4) << false;
-        QTest::newRow("rounded: inside the arc")
-            << square << CameraShape::roundedSquare << QPoint(8, 8) << true;
-        QTest::newRow("rounded: far corner")
-            << square << CameraShape::roundedSquare << QPoint(98, 98) << false;
-        QTest::newRow("rounded: edge middle")
-            << square << CameraShape::roundedSquare << QPoint(0, 50) << true;
-        QTest::newRow("rounded: centre")
-            << square << CameraShape::roundedSquare << QPoint(50, 50) << true;
+        row("rounded: corner", box, roundedSquare, QPoint(1, 1), false);
+        row("rounded: outside the arc", box, roundedSquare, QPoint(4, 4), false);
+        row("rounded: inside the arc", box, roundedSquare, QPoint(8, 8), true);
+        row("rounded: far corner", box, roundedSquare, QPoint(98, 98), false);
+        row("rounded: edge middle", box, roundedSquare, QPoint(0, 50), true);
+        row("rounded: centre", box, roundedSquare, QPoint(50, 50), true);
     }
 
     void masks()

@@ -59,12 +59,11 @@ QImage simComposeFrame(const SimScene& scene, const ContentFilter& filter,
 {
     const QSize size = simOutputSize(scene, filter, configuration);
     QImage image(size, QImage::Format_ARGB32_Premultiplied);
-    image.fill(configuration.backgroundColor.isValid() ? configuration.backgroundColor
-                                                       : QColor(Qt::transparent));
+    image.fill(Qt::transparent);
     const SimDisplay* display = scene.display(filter.displayID);
     const QRectF source = sourceRectOf(display, configuration);
     if (!display || source.isEmpty())
-        return image; // a display that vanished shows only the background
+        return image; // a display that vanished shows nothing
 
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing, false);

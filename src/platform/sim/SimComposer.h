@@ -29,7 +29,7 @@ WindowAdmission simAdmission(const SimScene& scene, const ContentFilter& filter)
 QSize simOutputSize(const SimScene& scene, const ContentFilter& filter,
                     const StreamConfiguration& configuration);
 
-// One frame: the configured background colour, the desktop colour where the
+// One frame: transparent, with the desktop colour where the
 // form shows the desktop, then the admitted windows back to front, clipped to
 // the filter's display, cropped to sourceRect (display-local) and stretched
 // to the output size. Format_ARGB32_Premultiplied.

@@ -26,7 +26,7 @@ struct SimDisplay {
     double pixelWidth = 0;  // 0 means one pixel per point
     double pixelHeight = 0; // 0 means one pixel per point
     // Painted behind the windows for the forms that show the desktop; an
-    // invalid colour leaves the stream's background colour there.
+    // invalid colour leaves that transparent too.
     QColor desktopColor = QColor(0x20, 0x40, 0x60);
     int maximumFramesPerSecond = 60;
 

@@ -2,74 +2,28 @@
 #include "platform/sim/SimCaptureStream.h"
 #include "platform/sim/SimComposer.h"
 #include "platform/sim/SimWorld.h"
+#include "platform/sim/support_desktop.h"
 
 #include <QMutex>
 #include <QMutexLocker>
-#include <QSignalSpy>
 #include <QTest>
 #include <QThread>
 
 using namespace vistrel;
+using namespace vistrel::test;
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint32 redPid = 10;
-constexpr qint32 greenPid = 20;
-constexpr qint32 dockPid = 30;
-constexpr quint32 displayId = 7;
-const QColor desktop(0x20, 0x40, 0x60);
-
-// Front to back: red (pid 10), green (pid 20), blue (pid 20, listed in
-// several filters), a dock, an off-screen window of pid 10, and a window
-// whose owner is unknown.
-SimScene testScene()
-{
-    SimScene scene;
-    SimDisplay main = makeSimDisplay(displayId, QRectF(100, 0, 100, 100), u"Sim"_s);
-    main.desktopColor = desktop;
-    scene.displays = {main, makeSimDisplay(8, QRectF(0, 0, 100, 100), u"Other"_s)};
-    scene.applications = {{redPid, u"org.red"_s, u"Red"_s},
-                          {greenPid, std::nullopt, u"Green"_s},
-                          {dockPid, std::nullopt, u"Panel"_s}};
-    SimWindow dock = makeSimWindow(4, dockPid, QRectF(100, 90, 100, 10), Qt::yellow);
-    dock.windowLayer = 20;
-    SimWindow hidden = makeSimWindow(5, redPid, QRectF(150, 50, 20, 20), Qt::magenta, u"hidden"_s);
-    hidden.isOnScreen = false;
-    scene.windows = {
-        makeSimWindow(1, redPid, QRectF(110, 10, 20, 20), Qt::red, u"r"_s),
-        makeSimWindow(2, greenPid, QRectF(150, 10, 20, 20), Qt::green, u"g"_s),
-        makeSimWindow(3, greenPid, QRectF(110, 50, 20, 20), Qt::blue, u"b"_s),
-        dock,
-        hidden,
-        makeSimWindow(6, 999, QRectF(170, 60, 10, 10), Qt::cyan, u"orphan"_s),
-    };
-    return scene;
-}
-
-ContentFilter filterOf(ContentFilterForm form, QList<qint32> pids = {}, QList<quint32> windows = {},
-                       bool menuBar = false)
-{
-    ContentFilter filter;
-    filter.form = form;
-    filter.displayID = displayId;
-    filter.processIDs = std::move(pids);
-    filter.windowIDs = std::move(windows);
-    filter.includeMenuBar = menuBar;
-    return filter;
-}
-
-// Display-local probe points, one inside each window.
-const QPoint redProbe(15, 15), greenProbe(55, 15), blueProbe(15, 55), dockProbe(50, 95),
-    hiddenProbe(55, 55), orphanProbe(75, 65), emptyProbe(90, 40);
+using F = ContentFilterForm;
+const QPointF uncoveredPoint(1380, 400); // no window there, on display 1
 
 class RecordingDelegate : public CaptureStreamDelegate {
 public:
-    void streamDidOutputSampleBuffer(const SampleBuffer& buffer, SampleOutputType type) override
+    void streamDidOutputSampleBuffer(const SampleBuffer& buffer, SampleOutputType) override
     {
         QMutexLocker lock(&mutex);
         frames.append(buffer);
-        types.append(type);
         threads.append(QThread::currentThread());
     }
     void streamDidStopWithError(const PlatformError& error) override
@@ -91,14 +45,13 @@ public:
 
     QMutex mutex;
     QList<SampleBuffer> frames;
-    QList<SampleOutputType> types;
     QList<PlatformError> stops;
     QList<QThread*> threads;
 };
 
-QColor probe(const QImage& image, QPoint point)
+QColor at(const QImage& image, QPointF point)
 {
-    return QColor::fromRgba(image.pixel(point));
+    return QColor::fromRgba(image.pixel(point.toPoint()));
 }
 
 } // namespace
@@ -107,12 +60,12 @@ class TestSimCaptureStream : public QObject {
     Q_OBJECT
 
 private:
-    SimWorld world{testScene()};
+    SimWorld world{desktopScene()};
     std::unique_ptr<SimCaptureBackend> backend;
     std::shared_ptr<RecordingDelegate> delegate;
 
-    std::unique_ptr<CaptureStream> startedStream(const ContentFilter& filter,
-                                                 const StreamConfiguration& configuration)
+    std::unique_ptr<CaptureStream> startedStream(const ContentFilter& filter = {.displayID = 1},
+                                                 const StreamConfiguration& configuration = {})
     {
         auto stream = backend->createStream(filter, configuration, delegate);
         if (stream->addStreamOutput(SampleOutputType::screen))
@@ -127,258 +80,180 @@ private:
 private Q_SLOTS:
     void init()
     {
-        world.setScene(testScene());
+        world.setScene(desktopScene());
         backend = std::make_unique<SimCaptureBackend>(world);
         delegate = std::make_shared<RecordingDelegate>();
     }
     void cleanup() { backend.reset(); }
 
+    // The admission rules themselves are tabled in tst_window_admission; here
+    // the stream applies them, paints the desktop only where the form shows
+    // it and leaves the rest transparent.
     void framesShowExactlyTheAdmittedWindows_data()
     {
         QTest::addColumn<ContentFilter>("filter");
-        QTest::addColumn<QList<QPoint>>("shown");
-        QTest::addColumn<QList<QPoint>>("hidden");
+        QTest::addColumn<QList<quint32>>("shown");
         QTest::addColumn<QColor>("uncovered");
 
-        const auto make = filterOf;
-        using F = ContentFilterForm;
-        QTest::newRow("exclude windows") << make(F::displayExcludingWindows, {}, {3}, true)
-                                         << QList{redProbe, greenProbe, dockProbe}
-                                         << QList{blueProbe, hiddenProbe, orphanProbe} << desktop;
-        QTest::newRow("exclude windows, no menu bar")
-            << make(F::displayExcludingWindows, {}, {}, false)
-            << QList{redProbe, greenProbe, blueProbe} << QList{dockProbe} << desktop;
-        QTest::newRow("exclude apps")
-            << make(F::displayExcludingApplications, {redPid}, {}, true)
-            << QList{greenProbe, blueProbe, dockProbe} << QList{redProbe, orphanProbe} << desktop;
-        QTest::newRow("exclude apps, listed window of an excluded app stays hidden")
-            << make(F::displayExcludingApplications, {greenPid}, {3}, true)
-            << QList{redProbe, dockProbe} << QList{greenProbe, blueProbe} << desktop;
-        QTest::newRow("exclude apps, listed window of another app is hidden")
-            << make(F::displayExcludingApplications, {redPid}, {3}, true) << QList{greenProbe}
-            << QList{redProbe, blueProbe} << desktop;
-        QTest::newRow("exclude apps, empty lists: unknown owners still hidden")
-            << make(F::displayExcludingApplications, {}, {}, true)
-            << QList{redProbe, greenProbe, blueProbe} << QList{orphanProbe} << desktop;
-        QTest::newRow("include apps")
-            << make(F::displayIncludingApplications, {redPid}, {3}, false)
-            << QList{redProbe, blueProbe} << QList{greenProbe, dockProbe, orphanProbe}
-            << QColor(0, 0, 0, 0);
-        QTest::newRow("include apps with menu bar")
-            << make(F::displayIncludingApplications, {greenPid}, {}, true)
-            << QList{greenProbe, blueProbe, dockProbe} << QList{redProbe} << QColor(0, 0, 0, 0);
+        const QColor desktop = desktopScene().displays[0].desktopColor;
+        QTest::newRow("exclude windows, with the menu bar")
+            << ContentFilter{.form = F::displayExcludingWindows,
+                             .displayID = 1,
+                             .windowIDs = {41},
+                             .includeMenuBar = true}
+            << QList<quint32>{1, 21, 31, 42, 90} << desktop;
+        QTest::newRow("exclude an application and Vistrel")
+            << ContentFilter{.form = F::displayExcludingApplications,
+                             .displayID = 1,
+                             .processIDs = {editorPid},
+                             .ownProcessID = selfPid}
+            << QList<quint32>{31, 41, 42} << desktop;
+        QTest::newRow("include a process and a window")
+            << ContentFilter{.form = F::displayIncludingApplications,
+                             .displayID = 1,
+                             .processIDs = {browserPid},
+                             .windowIDs = {31},
+                             .includeMenuBar = true,
+                             .ownWindowIDs = {1}}
+            << QList<quint32>{31, 41, 90} << QColor(Qt::transparent);
     }
 
     void framesShowExactlyTheAdmittedWindows()
     {
         QFETCH(ContentFilter, filter);
-        QFETCH(QList<QPoint>, shown);
-        QFETCH(QList<QPoint>, hidden);
+        QFETCH(QList<quint32>, shown);
         QFETCH(QColor, uncovered);
 
-        StreamConfiguration configuration;
-        configuration.backgroundColor = QColor(0, 0, 0, 0);
-        auto stream = startedStream(filter, configuration);
+        auto stream = startedStream(filter, {.width = 1440, .height = 900});
         QVERIFY(stream);
-        auto controller = backend->latestStream();
-        QVERIFY(controller->pushFrame());
+        QVERIFY(backend->latestStream()->pushFrame());
         QTRY_COMPARE(delegate->frameCount(), 1);
         const QImage image = delegate->lastFrame().image;
-        QCOMPARE(image.size(), QSize(100, 100));
-
-        const SimScene scene = testScene();
-        const auto colourAt = [&](QPoint p) {
-            for (const SimWindow& window : scene.windows) {
-                if (window.frame.contains(p + QPointF(100, 0)) && window.isOnScreen)
-                    return window.color;
-            }
-            return QColor();
-        };
-        for (QPoint p : shown)
-            QCOMPARE(probe(image, p), colourAt(p));
-        for (QPoint p : hidden)
-            QCOMPARE(probe(image, p), uncovered);
-        QCOMPARE(probe(image, emptyProbe), uncovered);
+        QCOMPARE(image.size(), QSize(1440, 900));
+        for (const SimWindow& window : world.scene().windows) {
+            if (window.frame.center().x() < 1440)
+                QVERIFY2((at(image, window.frame.center()) == window.color) ==
+                             shown.contains(window.windowID),
+                         qPrintable(QString::number(window.windowID)));
+        }
+        QCOMPARE(at(image, uncoveredPoint), uncovered);
         // Frames reach the delegate away from the main thread.
         QVERIFY(delegate->threads.last() != QThread::currentThread());
     }
 
-    void frameIsCroppedAndScaled()
+    void composerCropsScalesAndLeavesTheRestTransparent()
     {
-        SimScene scene = testScene();
-        scene.displays[0].pixelWidth = 200;
-        scene.displays[0].pixelHeight = 200;
-        ContentFilter filter = filterOf(ContentFilterForm::displayExcludingWindows, {}, {}, true);
+        SimScene scene = desktopScene();
+        const ContentFilter all{.displayID = 1, .includeMenuBar = true};
+        // Without a size, the display's pixels.
+        QCOMPARE(simOutputSize(scene, all, {}), QSize(2880, 1800));
+        QCOMPARE(at(simComposeFrame(scene, all, {}), QPointF(400, 300) * 2), QColor(Qt::red));
 
-        StreamConfiguration whole;
-        QCOMPARE(simOutputSize(scene, filter, whole), QSize(200, 200));
-        QCOMPARE(probe(simComposeFrame(scene, filter, whole), redProbe * 2), QColor(Qt::red));
+        // The right end of Draft, desktop, the left end of Docs, stretched.
+        const QImage cropped = simComposeFrame(
+            scene, all, {.width = 80, .height = 20, .sourceRect = QRectF(650, 250, 200, 50)});
+        QCOMPARE(cropped.size(), QSize(80, 20));
+        QCOMPARE(at(cropped, QPointF(5, 10)), QColor(Qt::red));
+        QCOMPARE(at(cropped, QPointF(40, 10)), scene.displays[0].desktopColor);
+        QCOMPARE(at(cropped, QPointF(75, 10)), QColor(Qt::blue));
 
-        // Half of the red window and half of the green one, stretched to 80 x 20.
-        StreamConfiguration cropped;
-        cropped.sourceRect = QRectF(20, 10, 40, 10);
-        cropped.width = 80;
-        cropped.height = 20;
-        const QImage image = simComposeFrame(scene, filter, cropped);
-        QCOMPARE(image.size(), QSize(80, 20));
-        QCOMPARE(probe(image, QPoint(5, 10)), QColor(Qt::red));
-        QCOMPARE(probe(image, QPoint(30, 10)), desktop);
-        QCOMPARE(probe(image, QPoint(75, 10)), QColor(Qt::green));
-    }
-
-    void backgroundColourFillsWhatNothingCovers()
-    {
-        SimScene scene = testScene();
-        StreamConfiguration configuration;
-        configuration.backgroundColor = QColor(1, 2, 3);
-        ContentFilter allow = filterOf(ContentFilterForm::displayIncludingApplications, {redPid});
-        QCOMPARE(probe(simComposeFrame(scene, allow, configuration), emptyProbe), QColor(1, 2, 3));
-        // A display without a desktop picture shows the background too.
+        // A display without a desktop picture, and one that vanished.
         scene.displays[0].desktopColor = QColor();
-        ContentFilter block = filterOf(ContentFilterForm::displayExcludingWindows);
-        QCOMPARE(probe(simComposeFrame(scene, block, configuration), emptyProbe), QColor(1, 2, 3));
-        // A window of another display never leaks in.
-        scene.windows.append(makeSimWindow(9, redPid, QRectF(0, 0, 100, 100), Qt::black));
-        QCOMPARE(probe(simComposeFrame(scene, block, configuration), emptyProbe), QColor(1, 2, 3));
-        // A vanished display gives a background-only frame of the configured size.
-        ContentFilter gone = filterOf(ContentFilterForm::displayExcludingWindows);
-        gone.displayID = 4242;
-        configuration.width = 10;
-        configuration.height = 6;
-        const QImage image = simComposeFrame(scene, gone, configuration);
-        QCOMPARE(image.size(), QSize(10, 6));
-        QCOMPARE(probe(image, QPoint(5, 3)), QColor(1, 2, 3));
+        QCOMPARE(at(simComposeFrame(scene, all, {}), uncoveredPoint * 2).alpha(), 0);
+        const QImage gone =
+            simComposeFrame(scene, ContentFilter{.displayID = 4242}, {.width = 10, .height = 6});
+        QCOMPARE(gone.size(), QSize(10, 6));
+        QCOMPARE(at(gone, QPointF(5, 3)).alpha(), 0);
     }
 
-    void callsAreCountedAndCompleteLater()
+    // Every call is counted and answered on a later turn, held answers in
+    // order on release; it takes effect unless a scripted failure answers it,
+    // which leaves the stream as it was until the failure is cleared.
+    void callsAreCountedAndAnsweredLater_data()
     {
-        ContentFilter filter = filterOf(ContentFilterForm::displayExcludingWindows);
-        auto stream = backend->createStream(filter, {}, delegate);
-        QVERIFY(!stream->addStreamOutput(SampleOutputType::screen));
-        QVERIFY(stream->addStreamOutput(SampleOutputType::audio).has_value());
+        QTest::addColumn<std::optional<SimStreamOperation>>("failing");
+        QTest::newRow("none fails") << std::optional<SimStreamOperation>();
+        QTest::newRow("output") << std::optional(SimStreamOperation::addStreamOutput);
+        QTest::newRow("start") << std::optional(SimStreamOperation::start);
+        QTest::newRow("configuration") << std::optional(SimStreamOperation::updateConfiguration);
+        QTest::newRow("filter") << std::optional(SimStreamOperation::updateContentFilter);
+        QTest::newRow("stop") << std::optional(SimStreamOperation::stop);
+    }
 
-        int completions = 0;
-        const auto count = [&](std::optional<PlatformError> error) {
-            QVERIFY(!error);
-            ++completions;
+    void callsAreCountedAndAnsweredLater()
+    {
+        QFETCH(std::optional<SimStreamOperation>, failing);
+        using enum SimStreamOperation;
+        const PlatformError error{u"sim"_s, 7, u"Scripted failure"_s};
+        const auto answer = [&](SimStreamOperation operation) {
+            return failing == operation ? std::optional(error) : std::nullopt;
         };
-        stream->startCapture(count);
-        QCOMPARE(completions, 0); // never inside the call
-        QVERIFY(!backend->latestStream()->isRunning());
-        QTRY_COMPARE(completions, 1);
-        QVERIFY(backend->latestStream()->isRunning());
+        if (failing)
+            backend->failStreamOperation(*failing, error);
+        const ContentFilter filter{.displayID = 1};
+        auto stream = backend->createStream(filter, {.width = 10}, delegate);
+        auto controller = backend->latestStream();
+        QList<std::pair<QString, std::optional<PlatformError>>> answers;
+        const auto record = [&answers](const QString& call) {
+            return [&answers, call](std::optional<PlatformError> e) {
+                answers.append({call, e});
+            };
+        };
 
-        StreamConfiguration configuration;
-        configuration.width = 33;
-        ContentFilter other = filterOf(ContentFilterForm::displayIncludingApplications, {redPid});
-        stream->updateConfiguration(configuration, count);
-        stream->updateContentFilter(other, count);
-        QTRY_COMPARE(completions, 3);
-        QCOMPARE(backend->latestStream()->configuration().width, 33);
-        QCOMPARE(backend->latestStream()->filter(), other);
-        stream->stopCapture(count);
-        QTRY_COMPARE(completions, 4);
-        QVERIFY(!backend->latestStream()->pushFrame());
+        QCOMPARE(stream->addStreamOutput(SampleOutputType::screen), answer(addStreamOutput));
+        QCOMPARE(controller->outputs().isEmpty(), failing == addStreamOutput);
+        QVERIFY(stream->addStreamOutput(SampleOutputType::audio).has_value());
+        stream->startCapture(record(u"start"_s));
+        QVERIFY(answers.isEmpty()); // never inside the call
+        QVERIFY(!controller->isRunning());
+        QTRY_COMPARE(answers.size(), 1);
+        QCOMPARE(controller->isRunning(), failing != start);
 
+        const ContentFilter other{.form = F::displayIncludingApplications, .displayID = 1};
+        stream->updateConfiguration({.width = 33}, record(u"configuration"_s));
+        stream->updateContentFilter(other, record(u"filter"_s));
+        QTRY_COMPARE(answers.size(), 3);
+        QCOMPARE(controller->configuration().width, failing == updateConfiguration ? 10 : 33);
+        QCOMPARE(controller->filter(), failing == updateContentFilter ? filter : other);
+
+        backend->ledger().setHoldsCompletions(true);
+        stream->stopCapture(record(u"stop"_s));
+        stream->updateContentFilter(filter, record(u"filter"_s));
+        QCoreApplication::processEvents();
+        QCOMPARE(backend->ledger().heldCompletions(), 2);
+        QCOMPARE(answers.size(), 3);
+        backend->ledger().setHoldsCompletions(false);
+        backend->ledger().releaseCompletions();
+        QTRY_COMPARE(answers.size(), 5);
+        QCOMPARE(answers, (QList<std::pair<QString, std::optional<PlatformError>>>{
+                              {u"start"_s, answer(start)},
+                              {u"configuration"_s, answer(updateConfiguration)},
+                              {u"filter"_s, answer(updateContentFilter)},
+                              {u"stop"_s, answer(stop)},
+                              {u"filter"_s, answer(updateContentFilter)}}));
+        QCOMPARE(controller->isRunning(), failing == stop);
+        QCOMPARE(controller->pushFrame(), failing == stop);
+
+        if (failing) {
+            backend->clearStreamFailure(*failing);
+            if (failing == addStreamOutput)
+                QVERIFY(!stream->addStreamOutput(SampleOutputType::screen));
+        }
+        controller.reset();
         stream.reset();
         QVERIFY(!backend->latestStream());
-        const SimStreamCalls expected{.create = 1,
-                                      .addStreamOutput = 2,
-                                      .start = 1,
-                                      .stop = 1,
-                                      .updateConfiguration = 1,
-                                      .updateContentFilter = 1};
-        QCOMPARE(backend->streamCalls(), expected);
-    }
-
-    void injectedFailuresLeaveTheStreamAsItWas_data()
-    {
-        QTest::addColumn<SimStreamOperation>("operation");
-        QTest::newRow("start") << SimStreamOperation::start;
-        QTest::newRow("stop") << SimStreamOperation::stop;
-        QTest::newRow("configuration") << SimStreamOperation::updateConfiguration;
-        QTest::newRow("filter") << SimStreamOperation::updateContentFilter;
-        QTest::newRow("output") << SimStreamOperation::addStreamOutput;
-    }
-
-    void injectedFailuresLeaveTheStreamAsItWas()
-    {
-        QFETCH(SimStreamOperation, operation);
-        const PlatformError error{u"sim"_s, 7, u"Scripted failure"_s};
-        ContentFilter filter = filterOf(ContentFilterForm::displayExcludingWindows);
-        StreamConfiguration configuration;
-        configuration.width = 10;
-        configuration.height = 10;
-        auto stream = operation == SimStreamOperation::addStreamOutput ||
-                              operation == SimStreamOperation::start
-                          ? backend->createStream(filter, configuration, delegate)
-                          : startedStream(filter, configuration);
-        QVERIFY(stream);
-        backend->failStreamOperation(operation, error);
-
-        std::optional<std::optional<PlatformError>> result;
-        const auto record = [&](std::optional<PlatformError> e) {
-            result = e;
-        };
-        StreamConfiguration changed;
-        changed.width = 99;
-        ContentFilter otherFilter = filterOf(ContentFilterForm::displayIncludingApplications);
-        switch (operation) {
-        case SimStreamOperation::addStreamOutput:
-            result = stream->addStreamOutput(SampleOutputType::screen);
-            break;
-        case SimStreamOperation::start:
-            stream->startCapture(record);
-            break;
-        case SimStreamOperation::stop:
-            stream->stopCapture(record);
-            break;
-        case SimStreamOperation::updateConfiguration:
-            stream->updateConfiguration(changed, record);
-            break;
-        case SimStreamOperation::updateContentFilter:
-            stream->updateContentFilter(otherFilter, record);
-            break;
-        case SimStreamOperation::create:
-            break;
-        }
-        QTRY_VERIFY(result.has_value());
-        QCOMPARE(*result, std::optional(error));
-        const auto controller = backend->latestStream();
-        QCOMPARE(controller->filter(), filter);
-        QCOMPARE(controller->configuration().width, 10);
-        QCOMPARE(controller->isRunning(),
-                 operation == SimStreamOperation::stop ||
-                     operation == SimStreamOperation::updateConfiguration ||
-                     operation == SimStreamOperation::updateContentFilter);
-        if (operation == SimStreamOperation::addStreamOutput)
-            QVERIFY(controller->outputs().isEmpty());
-
-        // Cleared, the same call succeeds.
-        backend->clearStreamFailure(operation);
-        if (operation == SimStreamOperation::addStreamOutput)
-            QVERIFY(!stream->addStreamOutput(SampleOutputType::screen));
-    }
-
-    void heldCompletionsRunOnRelease()
-    {
-        ContentFilter filter = filterOf(ContentFilterForm::displayExcludingWindows);
-        auto stream = backend->createStream(filter, {}, delegate);
-        backend->ledger().setHoldsCompletions(true);
-        QStringList order;
-        stream->startCapture([&](auto) { order << u"start"_s; });
-        stream->stopCapture([&](auto) { order << u"stop"_s; });
-        QTest::qWait(20);
-        QVERIFY(order.isEmpty());
-        QCOMPARE(backend->ledger().heldCompletions(), 2);
-        backend->ledger().releaseCompletions();
-        QTRY_COMPARE(order, (QStringList{u"start"_s, u"stop"_s}));
-        QVERIFY(!backend->latestStream()->isRunning());
+        QCOMPARE(backend->streamCalls(),
+                 (SimStreamCalls{.create = 1,
+                                 .addStreamOutput = failing == addStreamOutput ? 3 : 2,
+                                 .start = 1,
+                                 .stop = 1,
+                                 .updateConfiguration = 1,
+                                 .updateContentFilter = 2}));
     }
 
     void pushedFrameCarriesTheRequestedAttachments()
     {
-        auto stream = startedStream(filterOf(ContentFilterForm::displayExcludingWindows), {});
+        auto stream = startedStream();
         QVERIFY(stream);
         auto controller = backend->latestStream();
         QVERIFY(controller->pushFrame({.frameStatus = std::nullopt}));
@@ -398,37 +273,41 @@ private Q_SLOTS:
 
     void sceneChangesDeliverFramesOnlyWhileRunning()
     {
-        auto stream = startedStream(filterOf(ContentFilterForm::displayExcludingWindows), {});
+        auto stream = startedStream({.displayID = 1}, {.width = 1440, .height = 900});
         QVERIFY(stream);
         auto controller = backend->latestStream();
         controller->waitForWorker();
         QCOMPARE(delegate->frameCount(), 0); // no free-running frames
 
-        world.edit([](SimScene& scene) { scene.window(1)->color = Qt::darkRed; });
+        const QPointF draft = world.scene().window(21)->frame.center();
+        world.edit([](SimScene& scene) { scene.window(21)->color = Qt::darkRed; });
         QTRY_COMPARE(delegate->frameCount(), 1);
-        QCOMPARE(probe(delegate->lastFrame().image, redProbe), QColor(Qt::darkRed));
+        QCOMPARE(at(delegate->lastFrame().image, draft), QColor(Qt::darkRed));
 
-        // Raising the blue window over the red one changes what shows there.
+        // Raising Docs over Draft changes what shows there.
         world.edit([](SimScene& scene) {
-            scene.window(3)->frame = QRectF(110, 10, 20, 20);
-            scene.raise(3);
+            scene.window(41)->frame.moveTo(300, 200);
+            scene.raise(41);
         });
         QTRY_COMPARE(delegate->frameCount(), 2);
-        QCOMPARE(probe(delegate->lastFrame().image, redProbe), QColor(Qt::blue));
+        QCOMPARE(at(delegate->lastFrame().image, draft), QColor(Qt::blue));
 
         bool stopped = false;
         stream->stopCapture([&](auto) { stopped = true; });
         QTRY_VERIFY(stopped);
-        world.edit([](SimScene& scene) { scene.removeWindow(3); });
+        world.edit([](SimScene& scene) { scene.removeWindow(41); });
         controller->waitForWorker();
         QCOMPARE(delegate->frameCount(), 2);
     }
 
-    void stopWithErrorReachesTheDelegateOnTheWorker()
+    // An error stop reaches the delegate on the worker; a delegate that is
+    // gone gets nothing.
+    void delegateHearsOnTheWorkerWhileItLives()
     {
-        auto stream = startedStream(filterOf(ContentFilterForm::displayExcludingWindows), {});
+        auto stream = startedStream();
         QVERIFY(stream);
         auto controller = backend->latestStream();
+        std::weak_ptr<RecordingDelegate> weak = delegate;
         const PlatformError error{u"sim"_s, 3, u"The display went away."_s};
         controller->stopWithError(error);
         QVERIFY(!controller->isRunning());
@@ -436,24 +315,18 @@ private Q_SLOTS:
         controller->waitForWorker();
         QCOMPARE(delegate->stops, QList{error});
         QVERIFY(delegate->threads.last() != QThread::currentThread());
-    }
 
-    void deadDelegateGetsNothing()
-    {
-        auto stream = startedStream(filterOf(ContentFilterForm::displayExcludingWindows), {});
-        QVERIFY(stream);
-        auto controller = backend->latestStream();
-        std::weak_ptr<RecordingDelegate> weak = delegate;
+        auto again = startedStream();
         delegate.reset();
-        QVERIFY(controller->pushFrame());
-        controller->waitForWorker();
+        QVERIFY(backend->latestStream()->pushFrame());
+        backend->latestStream()->waitForWorker();
         QVERIFY(weak.expired());
-        QCOMPARE(controller->deliveredFrames(), 0);
+        QCOMPARE(backend->latestStream()->deliveredFrames(), 0);
     }
 
     void frameClockIsOptIn()
     {
-        auto stream = startedStream(filterOf(ContentFilterForm::displayExcludingWindows), {});
+        auto stream = startedStream();
         QVERIFY(stream);
         auto controller = backend->latestStream();
         controller->setFrameInterval(5);
@@ -481,14 +354,14 @@ private Q_SLOTS:
         QTRY_COMPARE(completions, 1);
         QVERIFY(content && !error);
         QCOMPARE(content->displays.size(), 2);
-        QCOMPARE(content->windows.size(), 6);
+        QCOMPARE(content->windows.size(), 9);
         // An owner that is not a running application is reported as none.
-        QCOMPARE(content->windows[5].owningApplication, std::nullopt);
-        QCOMPARE(content->windows[0].owningApplication->bundleIdentifier, u"org.red"_s);
+        QCOMPARE(content->windows[8].owningApplication, std::nullopt);
+        QCOMPARE(content->windows[0].owningApplication->bundleIdentifier, u"org.vistrel"_s);
 
         backend->getShareableContent(true, true, record);
         QTRY_COMPARE(completions, 2);
-        QCOMPARE(content->windows.size(), 5); // the off-screen window is left out
+        QCOMPARE(content->windows.size(), 8); // the off-screen window is left out
 
         backend->setContentMissing(true);
         backend->getShareableContent(true, false, record);
@@ -512,7 +385,7 @@ private Q_SLOTS:
         world.edit([](SimScene& scene) { scene.removeWindow(1); });
         backend->releaseContentRequests();
         QTRY_COMPARE(completions, 5);
-        QCOMPARE(content->windows.size(), 5);
+        QCOMPARE(content->windows.size(), 8);
         QCOMPARE(backend->contentRequestCount(), 5);
     }
 

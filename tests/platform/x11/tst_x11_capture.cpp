@@ -56,7 +56,6 @@ StreamConfiguration quietConfiguration()
 {
     StreamConfiguration c;
     c.showsCursor = false;
-    c.backgroundColor = QColor(0, 0, 0, 0);
     c.queueDepth = 3;
     return c;
 }

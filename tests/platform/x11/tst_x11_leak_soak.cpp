@@ -248,7 +248,6 @@ private Q_SLOTS:
             }
         StreamConfiguration configuration;
         configuration.showsCursor = false;
-        configuration.backgroundColor = QColor(0, 0, 0, 0);
         X11CaptureStream allowStream(session.display(), allowFilter, configuration, sinks[0]);
         X11CaptureStream blockStream(session.display(), blockFilter, configuration, sinks[1]);
         X11CaptureStream desktopStream(session.display(), desktopFilter, configuration, sinks[2]);

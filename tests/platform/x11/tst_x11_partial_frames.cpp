@@ -90,7 +90,6 @@ private Q_SLOTS:
 
         StreamConfiguration configuration;
         configuration.showsCursor = cursor;
-        configuration.backgroundColor = QColor(0, 0, 0, 0);
         configuration.queueDepth = 3;
         if (source.isValid())
             configuration.sourceRect = source;
