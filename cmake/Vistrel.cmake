@@ -1,7 +1,7 @@
 # Shared build settings and the two helpers every layer uses.
 
 add_library(vistrel_options INTERFACE)
-target_compile_options(vistrel_options INTERFACE -Wall -Wextra)
+target_compile_options(vistrel_options INTERFACE -Wall -Wextra -Wshadow -Wnon-virtual-dtor)
 target_compile_definitions(vistrel_options INTERFACE
   QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII
   QT_NO_CAST_FROM_BYTEARRAY QT_NO_NARROWING_CONVERSIONS_IN_CONNECT)

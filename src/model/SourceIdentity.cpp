@@ -102,10 +102,8 @@ size_t qHash(const AppIdentity& identity, size_t seed) noexcept
     return combine(seed, identity.applicationName);
 }
 
-WindowIdentity::WindowIdentity(AppIdentity application, QString windowTitle,
-                               std::optional<quint32> lastWindowID)
-    : application(std::move(application)), windowTitle(std::move(windowTitle)),
-      lastWindowID(lastWindowID)
+WindowIdentity::WindowIdentity(AppIdentity app, QString title, std::optional<quint32> windowID)
+    : application(std::move(app)), windowTitle(std::move(title)), lastWindowID(windowID)
 {
 }
 

@@ -399,7 +399,7 @@ private Q_SLOTS:
 
     void usableDisplayRectIsTopLeftAndLocal_data()
     {
-        QTest::addColumn<QList<ScreenInfo>>("screens");
+        QTest::addColumn<QList<ScreenInfo>>("layout");
         QTest::addColumn<QRectF>("expected");
         const QRectF frame(1440, 100, 1000, 800);
         QTest::newRow("panel on top and dock on the left")
@@ -418,9 +418,9 @@ private Q_SLOTS:
 
     void usableDisplayRectIsTopLeftAndLocal()
     {
-        QFETCH(QList<ScreenInfo>, screens);
+        QFETCH(QList<ScreenInfo>, layout);
         QFETCH(QRectF, expected);
-        SimScreenProvider provider(screens);
+        SimScreenProvider provider(layout);
         const CaptureFilterBuilder local(provider);
         QCOMPARE(local.usableDisplayRect(displayOf(QRectF(1440, 100, 1000, 800))), expected);
     }

@@ -45,8 +45,8 @@ public:
 
 private:
     struct Timer final : ClockTimer {
-        Timer(ManualClock& clock, std::function<void()> callback)
-            : clock(clock), fire(std::move(callback))
+        Timer(ManualClock& owner, std::function<void()> callback)
+            : clock(owner), fire(std::move(callback))
         {
         }
         ~Timer() override { clock.m_timers.removeOne(this); }

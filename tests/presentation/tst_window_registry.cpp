@@ -27,7 +27,7 @@ namespace {
 class FakeWindow final : public ManagedWindow {
     Q_OBJECT
 public:
-    explicit FakeWindow(quint32 number) : number(number) {}
+    explicit FakeWindow(quint32 id) : number(id) {}
 
     quint32 number;
     bool visible = true;
