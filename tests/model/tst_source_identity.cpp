@@ -126,8 +126,6 @@ private Q_SLOTS:
         };
         app("app without bundle", R"({"applicationName": "Tool"})",
             R"({"applicationName": "Tool", "bundleIdentifier": null})", {});
-        app("app with bundle", R"({"applicationName": "Tool", "bundleIdentifier": "org.x"})",
-            R"({"bundleIdentifier": "org.x"})", {});
         app("app name missing", R"({"bundleIdentifier": "x"})", {}, u"applicationName"_s);
         app("bundle not a string", R"({"applicationName": "Tool", "bundleIdentifier": 3})", {},
             u"bundleIdentifier"_s);
