@@ -88,264 +88,253 @@ QString onlyMessage(const MessageLog& log)
 class PresetStoreTest : public QObject {
     Q_OBJECT
 
-private Q_SLOTS:
-    void init();
-    void defaultLocation();
-    void firstStartCreatesNothingUntilSave();
-    void unreadableFileFallsBackUntouched_data();
-    void unreadableFileFallsBackUntouched();
-    void failedSaveKeepsPreviousFile_data();
-    void failedSaveKeepsPreviousFile();
-    void imports_data();
-    void imports();
-    void importFolderBlockedIsFileSystemError();
-    void canvasImageURL();
-
-private:
     std::unique_ptr<QTemporaryDir> m_root;
     QString m_sources;
-};
 
-void PresetStoreTest::init()
-{
-    m_root = std::make_unique<QTemporaryDir>();
-    QVERIFY(m_root->isValid());
-    m_sources = m_root->filePath(u"sources"_s);
-    QVERIFY(QDir().mkpath(m_sources));
-}
-
-void PresetStoreTest::defaultLocation()
-{
-    QStandardPaths::setTestModeEnabled(true);
-    const PresetStore store;
-    QCOMPARE(store.stateFilePath(),
-             QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
-                 u"/Vistrel/VistrelState.json"_s);
-    QStandardPaths::setTestModeEnabled(false);
-}
-
-void PresetStoreTest::firstStartCreatesNothingUntilSave()
-{
-    const QString root = m_root->filePath(u"data"_s);
-    const PresetStore store(root);
-    QCOMPARE(store.stateFilePath(), root + u"/Vistrel/VistrelState.json"_s);
-    MessageLog log;
-    QCOMPARE(store.load(), PersistedAppState::defaultState());
-    QVERIFY(!QFileInfo::exists(root));
-
-    const PersistedAppState state = changedState();
-    QVERIFY(store.save(state));
-    QVERIFY(QFileInfo(store.stateFilePath()).isFile());
-    QCOMPARE(store.load(), state.normalized());
-    QVERIFY(log.messages.isEmpty());
-    // Saving again replaces the file completely and leaves no temporary behind.
-    QVERIFY(store.save(PersistedAppState::defaultState()));
-    QCOMPARE(store.load(), PersistedAppState::defaultState());
-    QCOMPARE(QDir(store.applicationDirectory()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries),
-             QStringList({u"VistrelState.json"_s}));
-}
-
-void PresetStoreTest::unreadableFileFallsBackUntouched_data()
-{
-    // The reader's reasons are the model's; the store logs them.
-    QTest::addColumn<QByteArray>("bytes"); // null: a folder where the file should be
-    QTest::addColumn<QString>("reason");
-    QTest::newRow("invalid JSON") << QByteArray("{\"policy\": ") << u"not valid JSON"_s;
-    QTest::newRow("empty file") << QByteArray("") << u"not valid JSON"_s;
-    QTest::newRow("rejected value")
-        << QByteArray(R"({"policy": {"mode": "allowList", "allowList": {"applications": [],
-           "windows": []}, "blockList": {"applications": [], "windows": []}},
-           "selectedDisplayID": "1"})")
-        << u"selectedDisplayID: expected an unsigned 32-bit integer, found a string"_s;
-    QTest::newRow("folder") << QByteArray() << u"\u201C"_s;
-}
-
-void PresetStoreTest::unreadableFileFallsBackUntouched()
-{
-    QFETCH(QByteArray, bytes);
-    QFETCH(QString, reason);
-    const PresetStore store(m_root->path());
-    if (bytes.isNull())
-        QVERIFY(QDir().mkpath(store.stateFilePath()));
-    else
-        QVERIFY(writeFile(store.stateFilePath(), bytes));
-    const FileSnapshot before = snapshot(store.stateFilePath());
-    const QStringList entries = folderEntries(store.applicationDirectory());
-    QTest::qWait(20); // so a rewrite would show in the modification time
+private Q_SLOTS:
+    void init()
     {
+        m_root = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_root->isValid());
+        m_sources = m_root->filePath(u"sources"_s);
+        QVERIFY(QDir().mkpath(m_sources));
+    }
+
+    void defaultLocation()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        const PresetStore store;
+        QCOMPARE(store.stateFilePath(),
+                 QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                     u"/Vistrel/VistrelState.json"_s);
+        QStandardPaths::setTestModeEnabled(false);
+    }
+
+    void firstStartCreatesNothingUntilSave()
+    {
+        const QString root = m_root->filePath(u"data"_s);
+        const PresetStore store(root);
+        QCOMPARE(store.stateFilePath(), root + u"/Vistrel/VistrelState.json"_s);
         MessageLog log;
         QCOMPARE(store.load(), PersistedAppState::defaultState());
-        QVERIFY2(onlyMessage(log).startsWith(loadFailure + reason), qPrintable(onlyMessage(log)));
-    }
-    QCOMPARE(snapshot(store.stateFilePath()), before);
-    QCOMPARE(folderEntries(store.applicationDirectory()), entries);
-    if (bytes.isNull())
-        return;
+        QVERIFY(!QFileInfo::exists(root));
 
-    // The next save replaces the unreadable file.
-    MessageLog log;
-    const PersistedAppState state = changedState();
-    QVERIFY(store.save(state));
-    QCOMPARE(store.load(), state.normalized());
-    QVERIFY(log.messages.isEmpty());
-}
-
-void PresetStoreTest::failedSaveKeepsPreviousFile_data()
-{
-    QTest::addColumn<QString>("blocker"); // what makes the target unwritable
-    QTest::addColumn<QString>("reason");
-    QTest::newRow("state path is a folder") << u"folder"_s << QString();
-    QTest::newRow("application folder is a file") << u"file"_s << QString();
-    QTest::newRow("value cannot be encoded")
-        << u"encoding"_s << u"The state cannot be written: cameraOverlay.sizeScale"_s;
-    // Root ignores permission bits, so the write itself fails: a file size
-    // limit smaller than the document (EFBIG instead of the default SIGXFSZ).
-    QTest::newRow("write fails midway") << u"size"_s << u"File too large"_s;
-}
-
-void PresetStoreTest::failedSaveKeepsPreviousFile()
-{
-    QFETCH(QString, blocker);
-    QFETCH(QString, reason);
-    const PresetStore store(m_root->path());
-    PersistedAppState state = changedState();
-    QString guarded = store.stateFilePath(); // must stay byte-for-byte as it was
-    if (blocker == u"folder"_s) {
-        QVERIFY(QDir().mkpath(store.stateFilePath()));
-        guarded = store.stateFilePath() + u"/keep.txt"_s;
-        QVERIFY(writeFile(guarded, "inside"));
-    } else if (blocker == u"file"_s) {
-        guarded = store.applicationDirectory();
-        QVERIFY(writeFile(guarded, "not a folder"));
-    } else {
+        const PersistedAppState state = changedState();
+        QVERIFY(store.save(state));
+        QVERIFY(QFileInfo(store.stateFilePath()).isFile());
+        QCOMPARE(store.load(), state.normalized());
+        QVERIFY(log.messages.isEmpty());
+        // Saving again replaces the file completely and leaves no temporary behind.
         QVERIFY(store.save(PersistedAppState::defaultState()));
-        if (blocker == u"encoding"_s)
-            state.cameraOverlay.sizeScale = std::numeric_limits<double>::infinity();
-    }
-    const FileSnapshot before = snapshot(guarded);
-    QVERIFY(before.bytes.size() > (blocker == u"size"_s ? 512 : 0));
-    const QStringList entries = folderEntries(store.applicationDirectory());
-
-    rlimit original{};
-    QCOMPARE(getrlimit(RLIMIT_FSIZE, &original), 0);
-    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit small = original;
-    small.rlim_cur = blocker == u"size"_s ? 256 : original.rlim_cur;
-    QCOMPARE(setrlimit(RLIMIT_FSIZE, &small), 0);
-    bool saved = true;
-    QString message;
-    {
-        MessageLog log;
-        saved = store.save(state);
-        message = onlyMessage(log);
-    }
-    setrlimit(RLIMIT_FSIZE, &original);
-    std::signal(SIGXFSZ, previousHandler);
-
-    QVERIFY(!saved);
-    QVERIFY2(message.startsWith(saveFailure + reason), qPrintable(message));
-    QCOMPARE(snapshot(guarded), before);
-    QCOMPARE(folderEntries(store.applicationDirectory()), entries);
-    // Loading still works from what is there.
-    if (blocker == u"encoding"_s)
         QCOMPARE(store.load(), PersistedAppState::defaultState());
-}
+        QCOMPARE(
+            QDir(store.applicationDirectory()).entryList(QDir::NoDotAndDotDot | QDir::AllEntries),
+            QStringList({u"VistrelState.json"_s}));
+    }
 
-void PresetStoreTest::imports_data()
-{
-    QTest::addColumn<QString>("name");      // in the sources folder, or a URL
-    QTest::addColumn<QByteArray>("bytes");  // null: no such file
-    QTest::addColumn<QString>("extension"); // of the copy; empty: refused
-    QTest::newRow("upper-case extension")
-        << u"photo.JPG"_s << imageBytes(64, 48, "JPG") << u"JPG"_s;
-    QTest::newRow("no extension") << u"picture"_s << imageBytes(64, 48, "PNG") << u"png"_s;
-    QTest::newRow("two by two") << u"tiny.bmp"_s << imageBytes(2, 2, "BMP") << u"bmp"_s;
-    QTest::newRow("unicode name") << u"Hintergrund äö.png"_s << imageBytes(64, 48, "PNG")
-                                  << u"png"_s;
+    void unreadableFileFallsBackUntouched_data()
+    {
+        // The reader's reasons are the model's; the store logs them.
+        QTest::addColumn<QByteArray>("bytes"); // null: a folder where the file should be
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("invalid JSON") << QByteArray("{\"policy\": ") << u"not valid JSON"_s;
+        QTest::newRow("empty file") << QByteArray("") << u"not valid JSON"_s;
+        QTest::newRow("rejected value")
+            << QByteArray(R"({"policy": {"mode": "allowList", "allowList": {"applications": [],
+               "windows": []}, "blockList": {"applications": [], "windows": []}},
+               "selectedDisplayID": "1"})")
+            << u"selectedDisplayID: expected an unsigned 32-bit integer, found a string"_s;
+        QTest::newRow("folder") << QByteArray() << u"\u201C"_s;
+    }
 
-    QTest::newRow("text file") << u"notes.png"_s
-                               << QByteArray("just some text, named like an image\n") << QString();
-    QTest::newRow("1x1 image") << u"dot.png"_s << imageBytes(1, 1, "PNG") << QString();
-    QTest::newRow("1 pixel high") << u"dot.png"_s << imageBytes(40, 1, "PNG") << QString();
-    const QByteArray full = imageBytes(300, 200, "PNG");
-    QTest::newRow("truncated PNG") << u"cut.png"_s << full.left(full.size() / 2) << QString();
-    QByteArray garbage("\x89PNG\r\n\x1a\n");
-    for (int i = 0; i < 4096; ++i)
-        garbage += char((i * 131) % 251);
-    QTest::newRow("PNG signature over garbage") << u"broken.png"_s << garbage << QString();
-    QTest::newRow("empty file") << u"empty.png"_s << QByteArray("") << QString();
-    QTest::newRow("missing file") << u"gone.png"_s << QByteArray() << QString();
-    QTest::newRow("folder") << QString() << QByteArray() << QString();
-    QTest::newRow("remote URL") << u"https://example.org/a.png"_s << QByteArray() << QString();
-}
+    void unreadableFileFallsBackUntouched()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, reason);
+        const PresetStore store(m_root->path());
+        if (bytes.isNull())
+            QVERIFY(QDir().mkpath(store.stateFilePath()));
+        else
+            QVERIFY(writeFile(store.stateFilePath(), bytes));
+        const FileSnapshot before = snapshot(store.stateFilePath());
+        const QStringList entries = folderEntries(store.applicationDirectory());
+        QTest::qWait(20); // so a rewrite would show in the modification time
+        {
+            MessageLog log;
+            QCOMPARE(store.load(), PersistedAppState::defaultState());
+            QVERIFY2(onlyMessage(log).startsWith(loadFailure + reason),
+                     qPrintable(onlyMessage(log)));
+        }
+        QCOMPARE(snapshot(store.stateFilePath()), before);
+        QCOMPARE(folderEntries(store.applicationDirectory()), entries);
+        if (bytes.isNull())
+            return;
 
-void PresetStoreTest::imports()
-{
-    QFETCH(QString, name);
-    QFETCH(QByteArray, bytes);
-    QFETCH(QString, extension);
-    const QString source = m_sources + u'/' + name;
-    if (!bytes.isNull())
-        QVERIFY(writeFile(source, bytes));
-    const QUrl url = name.contains(u"://"_s) ? QUrl(name) : QUrl::fromLocalFile(source);
-    const PresetStore store(m_root->filePath(u"data"_s));
-    const CanvasImportResult result = store.importCanvasBackground(url);
-    if (extension.isEmpty()) {
+        // The next save replaces the unreadable file.
+        MessageLog log;
+        const PersistedAppState state = changedState();
+        QVERIFY(store.save(state));
+        QCOMPARE(store.load(), state.normalized());
+        QVERIFY(log.messages.isEmpty());
+    }
+
+    void failedSaveKeepsPreviousFile_data()
+    {
+        QTest::addColumn<QString>("blocker"); // what makes the target unwritable
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("state path is a folder") << u"folder"_s << QString();
+        QTest::newRow("application folder is a file") << u"file"_s << QString();
+        QTest::newRow("value cannot be encoded")
+            << u"encoding"_s << u"The state cannot be written: cameraOverlay.sizeScale"_s;
+        // Root ignores permission bits, so the write itself fails: a file size
+        // limit smaller than the document (EFBIG instead of the default SIGXFSZ).
+        QTest::newRow("write fails midway") << u"size"_s << u"File too large"_s;
+    }
+
+    void failedSaveKeepsPreviousFile()
+    {
+        QFETCH(QString, blocker);
+        QFETCH(QString, reason);
+        const PresetStore store(m_root->path());
+        PersistedAppState state = changedState();
+        QString guarded = store.stateFilePath(); // must stay byte-for-byte as it was
+        if (blocker == u"folder"_s) {
+            QVERIFY(QDir().mkpath(store.stateFilePath()));
+            guarded = store.stateFilePath() + u"/keep.txt"_s;
+            QVERIFY(writeFile(guarded, "inside"));
+        } else if (blocker == u"file"_s) {
+            guarded = store.applicationDirectory();
+            QVERIFY(writeFile(guarded, "not a folder"));
+        } else {
+            QVERIFY(store.save(PersistedAppState::defaultState()));
+            if (blocker == u"encoding"_s)
+                state.cameraOverlay.sizeScale = std::numeric_limits<double>::infinity();
+        }
+        const FileSnapshot before = snapshot(guarded);
+        QVERIFY(before.bytes.size() > (blocker == u"size"_s ? 512 : 0));
+        const QStringList entries = folderEntries(store.applicationDirectory());
+
+        rlimit original{};
+        QCOMPARE(getrlimit(RLIMIT_FSIZE, &original), 0);
+        const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit small = original;
+        small.rlim_cur = blocker == u"size"_s ? 256 : original.rlim_cur;
+        QCOMPARE(setrlimit(RLIMIT_FSIZE, &small), 0);
+        bool saved = true;
+        QString message;
+        {
+            MessageLog log;
+            saved = store.save(state);
+            message = onlyMessage(log);
+        }
+        setrlimit(RLIMIT_FSIZE, &original);
+        std::signal(SIGXFSZ, previousHandler);
+
+        QVERIFY(!saved);
+        QVERIFY2(message.startsWith(saveFailure + reason), qPrintable(message));
+        QCOMPARE(snapshot(guarded), before);
+        QCOMPARE(folderEntries(store.applicationDirectory()), entries);
+        // Loading still works from what is there.
+        if (blocker == u"encoding"_s)
+            QCOMPARE(store.load(), PersistedAppState::defaultState());
+    }
+
+    void imports_data()
+    {
+        QTest::addColumn<QString>("name");      // in the sources folder, or a URL
+        QTest::addColumn<QByteArray>("bytes");  // null: no such file
+        QTest::addColumn<QString>("extension"); // of the copy; empty: refused
+        QTest::newRow("upper-case extension")
+            << u"photo.JPG"_s << imageBytes(64, 48, "JPG") << u"JPG"_s;
+        QTest::newRow("no extension") << u"picture"_s << imageBytes(64, 48, "PNG") << u"png"_s;
+        QTest::newRow("two by two") << u"tiny.bmp"_s << imageBytes(2, 2, "BMP") << u"bmp"_s;
+        QTest::newRow("unicode name")
+            << u"Hintergrund äö.png"_s << imageBytes(64, 48, "PNG") << u"png"_s;
+
+        QTest::newRow("text file")
+            << u"notes.png"_s << QByteArray("just some text, named like an image\n") << QString();
+        QTest::newRow("1x1 image") << u"dot.png"_s << imageBytes(1, 1, "PNG") << QString();
+        QTest::newRow("1 pixel high") << u"dot.png"_s << imageBytes(40, 1, "PNG") << QString();
+        const QByteArray full = imageBytes(300, 200, "PNG");
+        QTest::newRow("truncated PNG") << u"cut.png"_s << full.left(full.size() / 2) << QString();
+        QByteArray garbage("\x89PNG\r\n\x1a\n");
+        for (int i = 0; i < 4096; ++i)
+            garbage += char((i * 131) % 251);
+        QTest::newRow("PNG signature over garbage") << u"broken.png"_s << garbage << QString();
+        QTest::newRow("empty file") << u"empty.png"_s << QByteArray("") << QString();
+        QTest::newRow("missing file") << u"gone.png"_s << QByteArray() << QString();
+        QTest::newRow("folder") << QString() << QByteArray() << QString();
+        QTest::newRow("remote URL") << u"https://example.org/a.png"_s << QByteArray() << QString();
+    }
+
+    void imports()
+    {
+        QFETCH(QString, name);
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, extension);
+        const QString source = m_sources + u'/' + name;
+        if (!bytes.isNull())
+            QVERIFY(writeFile(source, bytes));
+        const QUrl url = name.contains(u"://"_s) ? QUrl(name) : QUrl::fromLocalFile(source);
+        const PresetStore store(m_root->filePath(u"data"_s));
+        const CanvasImportResult result = store.importCanvasBackground(url);
+        if (extension.isEmpty()) {
+            QVERIFY(std::holds_alternative<CanvasImportError>(result));
+            const auto& error = std::get<CanvasImportError>(result);
+            QVERIFY(error.storeError == PresetStoreError::invalidCanvasBackground);
+            QCOMPARE(error.description,
+                     u"Vistrel only accepts image files for the custom background canvas."_s);
+            QVERIFY(!QFileInfo::exists(m_root->filePath(u"data"_s)));
+            return;
+        }
+        QVERIFY(std::holds_alternative<CanvasBackgroundSelection>(result));
+        const auto& selection = std::get<CanvasBackgroundSelection>(result);
+        QCOMPARE(selection.mode, CanvasBackgroundMode::customImage);
+        QCOMPARE(selection.imageDisplayName, std::optional<QString>(name));
+        const QString relative = selection.imageRelativePath.value_or(QString());
+        QVERIFY2(QRegularExpression(u"^CanvasBackgrounds/[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-"
+                                    "[0-9a-f]{4}-[0-9a-f]{12}\\."_s +
+                                    QRegularExpression::escape(extension) + u'$')
+                     .match(relative)
+                     .hasMatch(),
+                 qPrintable(relative));
+        const std::optional<QUrl> copy = store.canvasImageURL(relative);
+        QVERIFY(copy);
+        QCOMPARE(snapshot(copy->toLocalFile()).bytes, bytes);
+
+        // Every import adds a file; earlier ones stay.
+        const auto again = store.importCanvasBackground(url);
+        QVERIFY(std::get<CanvasBackgroundSelection>(again).imageRelativePath != relative);
+        QCOMPARE(QDir(store.applicationDirectory() + u"/CanvasBackgrounds"_s).count(), 4u);
+    }
+
+    void importFolderBlockedIsFileSystemError()
+    {
+        const PresetStore store(m_root->filePath(u"data"_s));
+        QVERIFY(writeFile(store.applicationDirectory() + u"/CanvasBackgrounds"_s, "a file"));
+        const QString source = m_sources + u"/ok.png"_s;
+        QVERIFY(writeFile(source, imageBytes(8, 8, "PNG")));
+        const CanvasImportResult result = store.importCanvasBackground(QUrl::fromLocalFile(source));
         QVERIFY(std::holds_alternative<CanvasImportError>(result));
         const auto& error = std::get<CanvasImportError>(result);
-        QVERIFY(error.storeError == PresetStoreError::invalidCanvasBackground);
-        QCOMPARE(error.description,
-                 u"Vistrel only accepts image files for the custom background canvas."_s);
-        QVERIFY(!QFileInfo::exists(m_root->filePath(u"data"_s)));
-        return;
+        QVERIFY(!error.storeError);
+        QVERIFY(error.description.contains(u"CanvasBackgrounds"_s));
     }
-    QVERIFY(std::holds_alternative<CanvasBackgroundSelection>(result));
-    const auto& selection = std::get<CanvasBackgroundSelection>(result);
-    QCOMPARE(selection.mode, CanvasBackgroundMode::customImage);
-    QCOMPARE(selection.imageDisplayName, std::optional<QString>(name));
-    const QString relative = selection.imageRelativePath.value_or(QString());
-    QVERIFY2(QRegularExpression(u"^CanvasBackgrounds/[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-"
-                                "[0-9a-f]{4}-[0-9a-f]{12}\\."_s +
-                                QRegularExpression::escape(extension) + u'$')
-                 .match(relative)
-                 .hasMatch(),
-             qPrintable(relative));
-    const std::optional<QUrl> copy = store.canvasImageURL(relative);
-    QVERIFY(copy);
-    QCOMPARE(snapshot(copy->toLocalFile()).bytes, bytes);
 
-    // Every import adds a file; earlier ones stay.
-    const auto again = store.importCanvasBackground(url);
-    QVERIFY(std::get<CanvasBackgroundSelection>(again).imageRelativePath != relative);
-    QCOMPARE(QDir(store.applicationDirectory() + u"/CanvasBackgrounds"_s).count(), 4u);
-}
-
-void PresetStoreTest::importFolderBlockedIsFileSystemError()
-{
-    const PresetStore store(m_root->filePath(u"data"_s));
-    QVERIFY(writeFile(store.applicationDirectory() + u"/CanvasBackgrounds"_s, "a file"));
-    const QString source = m_sources + u"/ok.png"_s;
-    QVERIFY(writeFile(source, imageBytes(8, 8, "PNG")));
-    const CanvasImportResult result = store.importCanvasBackground(QUrl::fromLocalFile(source));
-    QVERIFY(std::holds_alternative<CanvasImportError>(result));
-    const auto& error = std::get<CanvasImportError>(result);
-    QVERIFY(!error.storeError);
-    QVERIFY(error.description.contains(u"CanvasBackgrounds"_s));
-}
-
-void PresetStoreTest::canvasImageURL()
-{
-    const PresetStore store(m_root->filePath(u"data"_s));
-    QVERIFY(!store.canvasImageURL(std::nullopt));
-    QVERIFY(!store.canvasImageURL(u""_s));
-    QVERIFY(!store.canvasImageURL(u"CanvasBackgrounds/none.png"_s));
-    const QString path = store.applicationDirectory() + u"/CanvasBackgrounds/a.png"_s;
-    QVERIFY(writeFile(path, "x"));
-    QCOMPARE(store.canvasImageURL(u"CanvasBackgrounds/a.png"_s), QUrl::fromLocalFile(path));
-    QVERIFY(!store.canvasImageURL(u"CanvasBackgrounds"_s)); // a folder is not an image file
-    QVERIFY(QFile::remove(path));
-    QVERIFY(!store.canvasImageURL(u"CanvasBackgrounds/a.png"_s));
-}
+    void canvasImageURL()
+    {
+        const PresetStore store(m_root->filePath(u"data"_s));
+        QVERIFY(!store.canvasImageURL(std::nullopt));
+        QVERIFY(!store.canvasImageURL(u""_s));
+        QVERIFY(!store.canvasImageURL(u"CanvasBackgrounds/none.png"_s));
+        const QString path = store.applicationDirectory() + u"/CanvasBackgrounds/a.png"_s;
+        QVERIFY(writeFile(path, "x"));
+        QCOMPARE(store.canvasImageURL(u"CanvasBackgrounds/a.png"_s), QUrl::fromLocalFile(path));
+        QVERIFY(!store.canvasImageURL(u"CanvasBackgrounds"_s)); // a folder is not an image file
+        QVERIFY(QFile::remove(path));
+        QVERIFY(!store.canvasImageURL(u"CanvasBackgrounds/a.png"_s));
+    }
+};
 
 QTEST_GUILESS_MAIN(PresetStoreTest)
 #include "tst_preset_store.moc"
