@@ -90,78 +90,59 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("reason"); // how the reason starts
+        const auto row = [](const char* name, const QByteArray& bytes, const QString& path,
+                            const QString& reason) {
+            QTest::newRow(name) << bytes << path << reason;
+        };
         const QJsonObject example = QJsonDocument::fromJson(exampleBytes()).object();
         const auto with = [&](const QString& key, const QJsonValue& value) {
             QJsonObject copy = example;
-            if (value.isUndefined())
-                copy.remove(key);
-            else
-                copy.insert(key, value);
+            copy.insert(key, value);
             return bytesOf(copy);
         };
-        const auto withPreset = [&](int index, const QString& key, const QJsonValue& value) {
-            QJsonArray presets = example.value(u"presets"_s).toArray();
-            QJsonObject preset = presets[index].toObject();
-            if (value.isUndefined())
-                preset.remove(key);
-            else
-                preset.insert(key, value);
-            presets[index] = preset;
-            return with(u"presets"_s, presets);
+        // The example as written, with one piece of text replaced.
+        const auto edited = [](const QByteArray& from, const QByteArray& to) {
+            QByteArray bytes = exampleBytes();
+            if (!bytes.contains(from))
+                qFatal("the example holds no %s", from.constData());
+            return bytes.replace(from, to);
         };
-        QJsonObject camera = example.value(u"cameraOverlay"_s).toObject();
-        camera.remove(u"sizeScale"_s);
-        const QString u32 = u"expected an unsigned 32-bit integer"_s;
-        const QString json = u"not valid JSON"_s;
-
-        QTest::newRow("cut short") << QByteArray("{\"policy\": ") << QString() << json;
-        QTest::newRow("empty") << QByteArray() << QString() << json;
-        QTest::newRow("binary") << QByteArray("\x89PNG\r\n\x1a\n\0\0", 10) << QString() << json;
-        QTest::newRow("array") << QByteArray("[]") << QString()
-                               << u"the document is not a JSON object"_s;
-        QTest::newRow("no policy") << with(u"policy"_s, QJsonValue::Undefined) << u"policy"_s
-                                   << u"required key is missing"_s;
-        QTest::newRow("null policy")
-            << with(u"policy"_s, QJsonValue::Null) << u"policy"_s << u"required value is null"_s;
         QJsonObject policy = example.value(u"policy"_s).toObject();
         policy.insert(u"mode"_s, u"everything"_s);
-        QTest::newRow("unknown mode")
-            << with(u"policy"_s, policy) << u"policy.mode"_s << u"unknown value \"everything\""_s;
-        QTest::newRow("display fraction")
-            << with(u"selectedDisplayID"_s, 1.5) << u"selectedDisplayID"_s << u32;
-        QTest::newRow("display string") << with(u"selectedDisplayID"_s, u"1"_s)
-                                        << u"selectedDisplayID"_s << u32 + u", found a string"_s;
-        QTest::newRow("presets object")
-            << with(u"presets"_s, QJsonObject()) << u"presets"_s << u"expected an array"_s;
-        QTest::newRow("always on top string")
-            << with(u"isAlwaysOnTop"_s, u"yes"_s) << u"isAlwaysOnTop"_s
-            << u"expected a boolean, found a string"_s;
-        QTest::newRow("canvas mode number")
-            << with(u"canvasBackground"_s, QJsonObject{{u"mode"_s, 1}})
-            << u"canvasBackground.mode"_s << QString();
-        QTest::newRow("camera key missing")
-            << with(u"cameraOverlay"_s, camera) << u"cameraOverlay.sizeScale"_s << QString();
-        camera.insert(u"sizeScale"_s, 7.25);
-        QTest::newRow("number too large for a double")
-            << with(u"cameraOverlay"_s, camera).replace("7.25", "1e999") << QString() << QString();
-        QTest::newRow("preset unknown kind")
-            << withPreset(2, u"builtInKind"_s, u"lecture"_s) << u"presets[2].builtInKind"_s
-            << u"unknown value \"lecture\""_s;
-        QTest::newRow("older preset without kind") << withPreset(1, u"id"_s, QJsonValue::Undefined)
-                                                   << u"presets[1].kind"_s << u"required key"_s;
-        QTest::newRow("preset date without zone")
-            << withPreset(0, u"lastUpdated"_s, u"2025-03-14T09:26:53"_s)
-            << u"presets[0].lastUpdated"_s << u"expected an ISO-8601 date"_s;
-        QTest::newRow("preset rules not an array")
-            << withPreset(
-                   0, u"policy"_s,
-                   QJsonObject{{u"mode"_s, u"allowList"_s},
-                               {u"allowList"_s, QJsonObject{{u"applications"_s, QJsonObject()}}}})
-            << u"presets[0].policy.allowList.applications"_s << u"expected an array"_s;
-        QByteArray badWindow = exampleBytes();
-        badWindow.replace("\"lastWindowID\" : 4821", "\"lastWindowID\" : \"4821\"");
-        QTest::newRow("window id string")
-            << badWindow << u"presets[2].policy.blockList.windows[0].lastWindowID"_s << u32;
+        const QString json = u"not valid JSON"_s;
+        const QString u32 = u"expected an unsigned 32-bit integer"_s;
+
+        row("cut short", "{\"policy\": ", {}, json);
+        row("empty", {}, {}, json);
+        row("binary", QByteArray("\x89PNG\r\n\x1a\n\0\0", 10), {}, json);
+        row("array", "[]", {}, u"the document is not a JSON object"_s);
+        row("no policy", edited("\"policy\" : {\n    \"allowList\"", "\"rules\" : {\n    \"a\""),
+            u"policy"_s, u"required key is missing"_s);
+        row("null policy", with(u"policy"_s, QJsonValue::Null), u"policy"_s,
+            u"required value is null"_s);
+        row("unknown mode", with(u"policy"_s, policy), u"policy.mode"_s,
+            u"unknown value \"everything\""_s);
+        row("display fraction", with(u"selectedDisplayID"_s, 1.5), u"selectedDisplayID"_s, u32);
+        row("display string", with(u"selectedDisplayID"_s, u"1"_s), u"selectedDisplayID"_s,
+            u32 + u", found a string"_s);
+        row("presets object", with(u"presets"_s, QJsonObject()), u"presets"_s,
+            u"expected an array"_s);
+        row("always on top string", with(u"isAlwaysOnTop"_s, u"yes"_s), u"isAlwaysOnTop"_s,
+            u"expected a boolean, found a string"_s);
+        row("canvas mode number", edited("\"mode\" : \"customImage\"", "\"mode\" : 1"),
+            u"canvasBackground.mode"_s, {});
+        row("camera key missing", edited("\"sizeScale\"", "\"scale\""),
+            u"cameraOverlay.sizeScale"_s, {});
+        row("number too large for a double", edited("1.5", "1e999"), {}, {});
+        row("preset unknown kind",
+            edited("\"meeting\",\n      \"canvas", "\"lecture\",\n \"canvas"),
+            u"presets[1].builtInKind"_s, u"unknown value \"lecture\""_s);
+        row("older preset without kind", edited("\"id\" : \"meeting\"", "\"name\" : \"meeting\""),
+            u"presets[1].kind"_s, u"required key"_s);
+        row("preset date without zone", edited("09:26:53Z", "09:26:53"),
+            u"presets[0].lastUpdated"_s, u"expected an ISO-8601 date"_s);
+        row("window id string", edited(": 4821", ": \"4821\""),
+            u"presets[2].policy.blockList.windows[0].lastWindowID"_s, u32);
     }
 
     void rejectsWholeDocument()
