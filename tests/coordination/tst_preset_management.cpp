@@ -280,7 +280,7 @@ private Q_SLOTS:
         QCOMPARE(preset.matches(live), matches);
     }
 
-    void applyMakesThePresetLive()
+    void applyAndSaveThroughTheMainModel()
     {
         CoordinationRig rig;
         PersistedAppState state;
@@ -322,6 +322,16 @@ private Q_SLOTS:
         QCOMPARE(model.activePresetTitle(), std::optional(u"Demo"_s));
         model.resetRules();
         QCOMPARE(model.presetModel()->activePresetID(), std::nullopt);
+
+        // Saving stores the live configuration, dated by the model's clock,
+        // and the file follows.
+        model.savePreset(meetingID);
+        const SharePreset meeting = model.presetModel()->builtInPresets().at(1);
+        QCOMPARE(meeting.configuration, model.configuration());
+        QCOMPARE(meeting.lastUpdated.secsTo(rig.clock.now()), 0);
+        rig.runJobs();
+        QCOMPARE(rig.savedState().presets.at(1), meeting);
+        QCOMPARE(rig.savedState().configuration, model.configuration());
     }
 
     void applyWithoutStoredDisplay_data()
@@ -352,21 +362,6 @@ private Q_SLOTS:
         QCOMPARE(model.selectedDisplayID(), selectedAfter);
         QCOMPARE(model.policy(), VisibilityPolicy{});
         QCOMPARE(model.presetModel()->activePresetID(), std::optional(meetingID));
-    }
-
-    void savedPresetReachesTheFile()
-    {
-        CoordinationRig rig;
-        MainViewModel& model = rig.makeMainViewModel();
-        model.setOutputFrameMode(OutputFrameMode::dynamic);
-        model.savePreset(meetingID);
-        const SharePreset meeting = model.presetModel()->builtInPresets().at(1);
-        QCOMPARE(meeting.configuration, model.configuration());
-        // Dated by the model's clock.
-        QCOMPARE(meeting.lastUpdated.secsTo(rig.clock.now()), 0);
-        rig.runJobs();
-        QCOMPARE(rig.savedState().presets.at(1), meeting);
-        QCOMPARE(rig.savedState().configuration, model.configuration());
     }
 };
 
