@@ -297,7 +297,7 @@ private Q_SLOTS:
         QFETCH(Stop, stop);
         QFETCH(bool, whileOpening);
         TestPatternCameraPort port(options([&](TestPatternOptions& o) {
-            o.openDelay = std::chrono::milliseconds(whileOpening ? 300 : 0);
+            o.openDelay = std::chrono::milliseconds(whileOpening ? 500 : 0);
         }));
         auto manager = std::make_unique<CameraSessionManager>(port);
         QSignalSpy running(manager.get(), &CameraSessionManager::isRunningChanged);

@@ -402,10 +402,8 @@ private Q_SLOTS:
     void subscriptionsArriveLaterAndStopWithTheModel()
     {
         CoordinationRig rig;
-        auto model =
-            std::make_unique<MainViewModel>(rig.permissionManager, rig.discovery, rig.filterBuilder,
-                                            rig.engine, rig.presetStore, rig.clock);
-        QSignalSpy statusSpy(model.get(), &MainViewModel::streamStatusChanged);
+        MainViewModel* model = &rig.makeMainViewModel();
+        QSignalSpy statusSpy(model, &MainViewModel::streamStatusChanged);
         rig.engine.blank(OutputBlankReason::contentUnavailable);
         QCOMPARE(model->streamStatus(), StreamStatus::idle());
         settle();
@@ -422,7 +420,7 @@ private Q_SLOTS:
         model->schedulePersistence();
         model->scheduleCaptureUpdate();
         rig.engine.blank(OutputBlankReason::noDisplaySelected);
-        model.reset();
+        rig.mainViewModel.reset();
         rig.runJobs();
         QTest::qWait(100);
         QCOMPARE(rig.engine.streamStatus(),
