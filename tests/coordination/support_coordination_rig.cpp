@@ -86,6 +86,27 @@ void CoordinationRig::runJobs()
     settle();
 }
 
+bool CoordinationRig::quiet()
+{
+    runJobs();
+    // The engine answers from its own thread.
+    QTest::qWait(50);
+    settle();
+    return !mainViewModel->hasPendingCaptureUpdate();
+}
+
+bool CoordinationRig::startSharing(qint32 processID)
+{
+    if (!startAndDiscover())
+        return false;
+    freezeDiscovery();
+    mainViewModel->toggleApplication(application(processID));
+    runJobs();
+    return QTest::qWaitFor([&] { return engine.streamStatus() == StreamStatus::running(); },
+                           5000) &&
+           quiet();
+}
+
 ShareableApp CoordinationRig::application(qint32 processID) const
 {
     for (const ShareableApp& app : discovery.catalog().applications) {

@@ -12,6 +12,7 @@
 #include "capture/OutputRenderer.h"
 #include "capture/PermissionManager.h"
 #include "capture/ScreenShareDiscoveryService.h"
+#include "capture/support_message_log.h"
 #include "coordination/CameraSessionManager.h"
 #include "coordination/MainViewModel.h"
 #include "coordination/OutputViewModel.h"
@@ -97,6 +98,15 @@ public:
     // Lets both debounced jobs fall due (the clock moves by the longer
     // delay) and the deliveries they cause arrive.
     void runJobs();
+    // Keeps discovery from publishing again, so that every capture update a
+    // test sees comes from the test's own changes.
+    void freezeDiscovery() { backend.setHoldsContentRequests(true); }
+    // Runs the pending jobs and lets the engine's answers arrive; true when
+    // no capture update is pending after that.
+    bool quiet();
+    // Started, discovered and frozen, sharing `processID`'s application with
+    // the stream running and nothing pending.
+    bool startSharing(qint32 processID);
 
     // Writes a state document as the store would, before the model loads it.
     void writeState(const PersistedAppState& state) { presetStore.save(state); }

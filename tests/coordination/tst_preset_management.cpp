@@ -5,6 +5,7 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimeZone>
+#include <functional>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -28,11 +29,6 @@ QList<SharePreset> presetsWith(const QStringList& titles)
     for (const QString& title : titles)
         presets.append(makeCustomPreset(title));
     return presets;
-}
-
-QString repeated(const QString& unit, int times)
-{
-    return unit.repeated(times);
 }
 
 QStringList titles(const QList<SharePreset>& presets)
@@ -65,49 +61,42 @@ SharePreset configuredPreset(const QString& title, std::optional<quint32> displa
 
 } // namespace
 
+using Change = std::function<void(ShareConfiguration&)>;
+
 class PresetManagementTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void nameLengthCountsGraphemes_data()
+    // Length in graphemes, and whether a second name counts as the same.
+    void naming_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<int>("length");
-        QTest::newRow("ascii") << u"Deck"_s << 4;
-        QTest::newRow("combining accent") << u"e\u0301te\u0301"_s << 3;
-        QTest::newRow("family emoji") << u"\U0001F468\u200D\U0001F469\u200D\U0001F467!"_s << 2;
-        QTest::newRow("flag pair") << u"\U0001F1EB\U0001F1F7\U0001F1E9\U0001F1EA"_s << 2;
-        QTest::newRow("hangul jamo") << u"\u1100\u1161\u11A8"_s << 1;
-        QTest::newRow("empty") << QString() << 0;
+        QTest::addColumn<QString>("other");
+        QTest::addColumn<bool>("same");
+        QTest::newRow("accents") << u"Résumé"_s << 6 << u"resume"_s << true;
+        QTest::newRow("decomposed accents") << u"Re\u0301sume\u0301"_s << 6 << u"RÉSUMÉ"_s << true;
+        QTest::newRow("trimmed") << u"Meeting\n"_s << 8 << u"  meeting"_s << true;
+        QTest::newRow("sharp s") << u"Straße"_s << 6 << u"STRASSE"_s << true;
+        QTest::newRow("greek final sigma") << u"ΟΔΟΣ"_s << 4 << u"οδος"_s << true;
+        QTest::newRow("inner spacing differs") << u"Team Sync"_s << 9 << u"TeamSync"_s << false;
+        QTest::newRow("different letters") << u"Résumé"_s << 6 << u"Resumes"_s << false;
+        QTest::newRow("family emoji")
+            << u"\U0001F468\u200D\U0001F469\u200D\U0001F467!"_s << 2 << u"!"_s << false;
+        QTest::newRow("flag pair") << u"\U0001F1EB\U0001F1F7\U0001F1E9\U0001F1EA"_s << 2
+                                   << u"\U0001F1EB\U0001F1F7"_s << false;
+        QTest::newRow("hangul jamo") << u"\u1100\u1161\u11A8"_s << 1 << u"\uAC01"_s << true;
+        QTest::newRow("empty") << QString() << 0 << u" "_s << true;
     }
 
-    void nameLengthCountsGraphemes()
+    void naming()
     {
         QFETCH(QString, name);
         QFETCH(int, length);
-        QCOMPARE(presetNameLength(name), length);
-    }
-
-    void namesCompareWithoutCaseAndDiacritics_data()
-    {
-        QTest::addColumn<QString>("a");
-        QTest::addColumn<QString>("b");
-        QTest::addColumn<bool>("same");
-        QTest::newRow("accents") << u"Résumé"_s << u"resume"_s << true;
-        QTest::newRow("decomposed accents") << u"Re\u0301sume\u0301"_s << u"RÉSUMÉ"_s << true;
-        QTest::newRow("trimmed") << u"  Meeting\n"_s << u"meeting"_s << true;
-        QTest::newRow("sharp s") << u"Straße"_s << u"STRASSE"_s << true;
-        QTest::newRow("greek final sigma") << u"ΟΔΟΣ"_s << u"οδος"_s << true;
-        QTest::newRow("inner spacing differs") << u"Team Sync"_s << u"TeamSync"_s << false;
-        QTest::newRow("different letters") << u"Résumé"_s << u"Resumes"_s << false;
-    }
-
-    void namesCompareWithoutCaseAndDiacritics()
-    {
-        QFETCH(QString, a);
-        QFETCH(QString, b);
+        QFETCH(QString, other);
         QFETCH(bool, same);
-        QCOMPARE(presetNamesEqual(a, b), same);
+        QCOMPARE(presetNameLength(name), length);
+        QCOMPARE(presetNamesEqual(name, other), same);
     }
 
     void creationValidatesInOrder_data()
@@ -120,23 +109,20 @@ private Q_SLOTS:
         const QStringList two{u"resume"_s, u"Standup"_s};
         QTest::newRow("empty") << one << u""_s << emptyMessage;
         QTest::newRow("blanks") << one << u" \t\n\u2003"_s << emptyMessage;
-        QTest::newRow("32 letters") << one << repeated(u"a"_s, 32) << QString();
-        QTest::newRow("33 letters") << one << repeated(u"a"_s, 33) << lengthMessage;
+        QTest::newRow("32 letters") << one << u"a"_s.repeated(32) << QString();
+        QTest::newRow("33 letters") << one << u"a"_s.repeated(33) << lengthMessage;
         QTest::newRow("32 letters with blanks around")
-            << one << u"  "_s + repeated(u"b"_s, 32) + u"\n"_s << QString();
-        QTest::newRow("32 accented graphemes") << one << repeated(u"e\u0301"_s, 32) << QString();
-        QTest::newRow("33 accented graphemes")
-            << one << repeated(u"e\u0301"_s, 33) << lengthMessage;
-        QTest::newRow("32 emoji families")
-            << one << repeated(u"\U0001F468\u200D\U0001F469\u200D\U0001F467"_s, 32) << QString();
-        QTest::newRow("33 flags") << one << repeated(u"\U0001F1EB\U0001F1F7"_s, 33)
-                                  << lengthMessage;
+            << one << u"  "_s + u"b"_s.repeated(32) + u"\n"_s << QString();
+        QTest::newRow("32 accented graphemes") << one << u"e\u0301"_s.repeated(32) << QString();
+        QTest::newRow("33 accented graphemes") << one << u"e\u0301"_s.repeated(33) << lengthMessage;
         QTest::newRow("built-in name, lower case") << one << u"presentation"_s << duplicateMessage;
         QTest::newRow("built-in name with blanks") << one << u"  Meeting "_s << duplicateMessage;
         QTest::newRow("custom name with accents") << one << u"Résumé"_s << duplicateMessage;
         QTest::newRow("distinct name") << one << u"Résumés"_s << QString();
         QTest::newRow("limit") << two << u"Retro"_s << limitMessage;
-        QTest::newRow("length before limit") << two << repeated(u"x"_s, 33) << lengthMessage;
+        QTest::newRow("more loaded than the limit")
+            << QStringList{u"A"_s, u"B"_s, u"C"_s} << u"D"_s << limitMessage;
+        QTest::newRow("length before limit") << two << u"x"_s.repeated(33) << lengthMessage;
         QTest::newRow("duplicate before limit") << two << u"STANDUP"_s << duplicateMessage;
         QTest::newRow("empty before limit") << two << u"   "_s << emptyMessage;
     }
@@ -185,7 +171,7 @@ private Q_SLOTS:
         QCOMPARE(model.customPresets().at(0).title, u"RÉSUMÉ"_s);
         QCOMPARE(edited.count(), 1);
 
-        for (const QString& refused : {u"resume"_s, u"Meeting"_s, repeated(u"z"_s, 33), u" "_s})
+        for (const QString& refused : {u"resume"_s, u"Meeting"_s, u"z"_s.repeated(33), u" "_s})
             QVERIFY(!model.renamePreset(standupID, refused));
         QVERIFY(!model.renamePreset(presentationID, u"Talks"_s));
         QVERIFY(!model.renamePreset(u"custom.unknown"_s, u"Talks"_s));
@@ -212,17 +198,6 @@ private Q_SLOTS:
                  (QStringList{u"Presentation"_s, u"Meeting"_s, u"RÉSUMÉ"_s}));
         QCOMPARE(model.activePresetID(), std::nullopt);
         QCOMPARE(edited.count(), 4);
-    }
-
-    void threeLoadedCustomPresetsBlockCreationUntilOneIsLeft()
-    {
-        PresetModel model(presetsWith({u"A"_s, u"B"_s, u"C"_s}));
-        QCOMPARE(model.createCustomPreset(u"D"_s), std::nullopt);
-        model.deletePreset(model.customPresets().at(0).id);
-        QCOMPARE(model.validatePresetName(u"D"_s), std::optional(limitMessage));
-        model.deletePreset(model.customPresets().at(0).id);
-        QVERIFY(model.createCustomPreset(u"D"_s));
-        QCOMPARE(titles(model.customPresets()), (QStringList{u"C"_s, u"D"_s}));
     }
 
     void saveAndClear()
@@ -260,51 +235,52 @@ private Q_SLOTS:
         QCOMPARE(model.activePresetTitle(plain), std::optional(u"Presentation"_s));
     }
 
+    // A stored configuration describes the live one when all is equal, except
+    // that one stored without a display matches any selection.
     void matching_data()
     {
         QTest::addColumn<std::optional<quint32>>("stored");
-        QTest::addColumn<QString>("change");
+        QTest::addColumn<Change>("change");
         QTest::addColumn<bool>("matches");
-
         const std::optional<quint32> none;
-        QTest::newRow("same") << std::optional(2u) << QString() << true;
-        QTest::newRow("other display") << std::optional(2u) << u"display"_s << false;
-        QTest::newRow("no display selected") << std::optional(2u) << u"no display"_s << false;
-        QTest::newRow("stored without display, other one") << none << u"display"_s << true;
-        QTest::newRow("stored without display, none") << none << u"no display"_s << true;
-        QTest::newRow("policy mode") << none << u"mode"_s << false;
-        QTest::newRow("frame") << none << u"frame"_s << false;
-        QTest::newRow("content") << none << u"content"_s << false;
-        QTest::newRow("image name") << none << u"image name"_s << false;
+        const auto display = [](std::optional<quint32> id) {
+            return Change([id](ShareConfiguration& c) { c.selectedDisplayID = id; });
+        };
+        QTest::newRow("same") << std::optional(2u) << Change() << true;
+        QTest::newRow("other display") << std::optional(2u) << display(1) << false;
+        QTest::newRow("no display selected") << std::optional(2u) << display(none) << false;
+        QTest::newRow("stored without display, other one") << none << display(1) << true;
+        QTest::newRow("stored without display, none") << none << display(none) << true;
+        QTest::newRow("policy mode") << none << Change([](ShareConfiguration& c) {
+            c.policy.setMode(VisibilityMode::allowList);
+        }) << false;
+        QTest::newRow("frame") << none << Change([](ShareConfiguration& c) {
+            c.outputFrameMode = OutputFrameMode::screen;
+        }) << false;
+        QTest::newRow("content") << none << Change([](ShareConfiguration& c) {
+            c.outputContentMode = OutputContentMode::sanitized;
+        }) << false;
+        QTest::newRow("image name") << none << Change([](ShareConfiguration& c) {
+            c.canvasBackground.imageDisplayName = u"b.png"_s;
+        }) << false;
     }
 
     void matching()
     {
         QFETCH(std::optional<quint32>, stored);
-        QFETCH(QString, change);
+        QFETCH(Change, change);
         QFETCH(bool, matches);
-
         ShareConfiguration preset = mailConfiguration(stored);
         preset.canvasBackground = {CanvasBackgroundMode::customImage, u"CanvasBackgrounds/a.png"_s,
                                    u"a.png"_s};
         ShareConfiguration live = preset;
         live.selectedDisplayID = 2;
-        if (change == u"display"_s)
-            live.selectedDisplayID = 1;
-        else if (change == u"no display"_s)
-            live.selectedDisplayID.reset();
-        else if (change == u"mode"_s)
-            live.policy.setMode(VisibilityMode::allowList);
-        else if (change == u"frame"_s)
-            live.outputFrameMode = OutputFrameMode::screen;
-        else if (change == u"content"_s)
-            live.outputContentMode = OutputContentMode::sanitized;
-        else if (change == u"image name"_s)
-            live.canvasBackground.imageDisplayName = u"b.png"_s;
+        if (change)
+            change(live);
         QCOMPARE(preset.matches(live), matches);
     }
 
-    void applyMakesThePresetLive()
+    void applyAndSaveThroughTheMainModel()
     {
         CoordinationRig rig;
         PersistedAppState state;
@@ -346,6 +322,16 @@ private Q_SLOTS:
         QCOMPARE(model.activePresetTitle(), std::optional(u"Demo"_s));
         model.resetRules();
         QCOMPARE(model.presetModel()->activePresetID(), std::nullopt);
+
+        // Saving stores the live configuration, dated by the model's clock,
+        // and the file follows.
+        model.savePreset(meetingID);
+        const SharePreset meeting = model.presetModel()->builtInPresets().at(1);
+        QCOMPARE(meeting.configuration, model.configuration());
+        QCOMPARE(meeting.lastUpdated.secsTo(rig.clock.now()), 0);
+        rig.runJobs();
+        QCOMPARE(rig.savedState().presets.at(1), meeting);
+        QCOMPARE(rig.savedState().configuration, model.configuration());
     }
 
     void applyWithoutStoredDisplay_data()
@@ -376,21 +362,6 @@ private Q_SLOTS:
         QCOMPARE(model.selectedDisplayID(), selectedAfter);
         QCOMPARE(model.policy(), VisibilityPolicy{});
         QCOMPARE(model.presetModel()->activePresetID(), std::optional(meetingID));
-    }
-
-    void savedPresetReachesTheFile()
-    {
-        CoordinationRig rig;
-        MainViewModel& model = rig.makeMainViewModel();
-        model.setOutputFrameMode(OutputFrameMode::dynamic);
-        model.savePreset(meetingID);
-        const SharePreset meeting = model.presetModel()->builtInPresets().at(1);
-        QCOMPARE(meeting.configuration, model.configuration());
-        // Dated by the model's clock.
-        QCOMPARE(meeting.lastUpdated.secsTo(rig.clock.now()), 0);
-        rig.runJobs();
-        QCOMPARE(rig.savedState().presets.at(1), meeting);
-        QCOMPARE(rig.savedState().configuration, model.configuration());
     }
 };
 
