@@ -24,24 +24,12 @@ X11WindowTree::X11WindowTree(xcb_connection_t* connection, xcb_window_t root,
 
 X11WindowTree::~X11WindowTree()
 {
-    for (TopLevel& w : m_windows) {
-        releasePixmap(w);
-        if (w.damage)
-            xcb_damage_destroy(m_c, w.damage);
-        for (xcb_xfixes_region_t r : {w.valid, w.shape, w.clip})
-            if (r)
-                xcb_xfixes_destroy_region(m_c, r);
-    }
-    if (m_parts)
-        xcb_xfixes_destroy_region(m_c, m_parts);
     xcb_composite_unredirect_subwindows(m_c, m_root, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
-    xcb_flush(m_c);
 }
 
 bool X11WindowTree::initialize()
 {
-    m_parts = xcb_generate_id(m_c);
-    xcb_xfixes_create_region(m_c, m_parts, 0, nullptr);
+    m_parts = createRegion(m_c);
 
     // Events first, so that nothing between the tree query and the
     // selection goes unseen.
@@ -85,7 +73,7 @@ bool X11WindowTree::initialize()
 TopLevel* X11WindowTree::find(xcb_window_t id)
 {
     auto it = m_windows.find(id);
-    return it == m_windows.end() ? nullptr : &*it;
+    return it == m_windows.end() ? nullptr : &it->second;
 }
 
 TopLevel* X11WindowTree::add(xcb_window_t id, const QRect& outer, int border, bool overrideRedirect)
@@ -96,19 +84,16 @@ TopLevel* X11WindowTree::add(xcb_window_t id, const QRect& outer, int border, bo
     w.outer = outer;
     w.border = border;
     w.overrideRedirect = overrideRedirect;
-    w.damage = xcb_generate_id(m_c);
-    xcb_damage_create(m_c, w.damage, id, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
-    w.valid = xcb_generate_id(m_c);
-    xcb_xfixes_create_region(m_c, w.valid, 0, nullptr);
-    w.clip = xcb_generate_id(m_c);
-    xcb_xfixes_create_region(m_c, w.clip, 0, nullptr);
+    w.damage = createDamage(m_c, id);
+    w.valid = createRegion(m_c);
+    w.clip = createRegion(m_c);
     xcb_shape_select_input(m_c, id, 1);
     // Reparenting into a frame changes who owns what the frame shows; an
     // unframed window is its own client, whose properties name its owner.
     const quint32 events = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
     xcb_change_window_attributes(m_c, id, XCB_CW_EVENT_MASK, &events);
     m_stacking.append(id);
-    return &*m_windows.insert(id, w);
+    return &m_windows.insert_or_assign(id, std::move(w)).first->second;
 }
 
 void X11WindowTree::remove(xcb_window_t id)
@@ -116,13 +101,9 @@ void X11WindowTree::remove(xcb_window_t id)
     auto it = m_windows.find(id);
     if (it == m_windows.end())
         return;
-    releasePixmap(*it);
-    // The damage object dies with the window; destroying it twice is a
-    // harmless error, leaking it for a window reparented away is not.
-    xcb_damage_destroy(m_c, it->damage);
-    for (xcb_xfixes_region_t r : {it->valid, it->shape, it->clip})
-        if (r)
-            xcb_xfixes_destroy_region(m_c, r);
+    // Its resources go with it. The damage object dies with the window;
+    // destroying it twice is a harmless error, leaking it for a window
+    // reparented away is not.
     m_windows.erase(it);
     m_stacking.removeOne(id);
 }
@@ -144,12 +125,8 @@ void X11WindowTree::restack(xcb_window_t id, xcb_window_t above)
 
 void X11WindowTree::releasePixmap(TopLevel& w)
 {
-    if (w.picture)
-        xcb_render_free_picture(m_c, w.picture);
-    if (w.pixmap)
-        xcb_free_pixmap(m_c, w.pixmap);
-    w.picture = 0;
-    w.pixmap = 0;
+    w.picture.reset();
+    w.pixmap.reset();
     w.pixmapStale = true;
 }
 
@@ -157,9 +134,9 @@ void X11WindowTree::forgetPainting(TopLevel& w)
 {
     // Damage still pending belongs to the old pixmap: drop it with the rest.
     releasePixmap(w);
-    xcb_damage_subtract(m_c, w.damage, XCB_NONE, XCB_NONE);
+    xcb_damage_subtract(m_c, w.damage.get(), XCB_NONE, XCB_NONE);
     w.damaged = false;
-    xcb_xfixes_set_region(m_c, w.valid, 0, nullptr);
+    xcb_xfixes_set_region(m_c, w.valid.get(), 0, nullptr);
     w.clipStale = true;
     w.shapeStale = true;
 }
@@ -247,10 +224,10 @@ void X11WindowTree::takeDamage(TopLevel& w, xcb_xfixes_region_t changed)
     if (!w.damaged)
         return;
     w.damaged = false;
-    xcb_damage_subtract(m_c, w.damage, XCB_NONE, m_parts);
-    xcb_xfixes_union_region(m_c, w.valid, m_parts, w.valid);
+    xcb_damage_subtract(m_c, w.damage.get(), XCB_NONE, m_parts.get());
+    xcb_xfixes_union_region(m_c, w.valid.get(), m_parts.get(), w.valid.get());
     if (changed)
-        xcb_xfixes_union_region(m_c, changed, m_parts, changed);
+        xcb_xfixes_union_region(m_c, changed, m_parts.get(), changed);
     w.clipStale = true;
 }
 
@@ -263,30 +240,25 @@ bool X11WindowTree::prepare(TopLevel& w)
         const xcb_render_pictformat_t format = m_formats.forVisual(w.visual);
         if (!format)
             return false;
-        w.pixmap = xcb_generate_id(m_c);
-        auto named = XcbError(
-            xcb_request_check(m_c, xcb_composite_name_window_pixmap_checked(m_c, w.id, w.pixmap)));
-        if (named) {
-            w.pixmap = 0; // unmapped meanwhile; its unmap event is on its way
-            return false;
-        }
-        w.picture = xcb_generate_id(m_c);
+        const xcb_pixmap_t pixmap = xcb_generate_id(m_c);
+        if (XcbError(xcb_request_check(
+                m_c, xcb_composite_name_window_pixmap_checked(m_c, w.id, pixmap))))
+            return false; // unmapped meanwhile; its unmap event is on its way
+        w.pixmap = XcbPixmap(m_c, pixmap);
         const quint32 values[] = {XCB_SUBWINDOW_MODE_INCLUDE_INFERIORS};
-        xcb_render_create_picture(m_c, w.picture, w.pixmap, format, XCB_RENDER_CP_SUBWINDOW_MODE,
-                                  values);
+        w.picture = createPicture(m_c, pixmap, format, XCB_RENDER_CP_SUBWINDOW_MODE, values);
         w.pictureHasAlpha = m_formats.hasAlpha.value(format, false);
         w.pixmapStale = false;
     }
     if (w.shapeStale) {
-        if (w.shape)
-            xcb_xfixes_destroy_region(m_c, w.shape);
-        w.shape = xcb_generate_id(m_c);
-        xcb_xfixes_create_region_from_window(m_c, w.shape, w.id, XCB_SHAPE_SK_BOUNDING);
+        const xcb_xfixes_region_t shape = xcb_generate_id(m_c);
+        xcb_xfixes_create_region_from_window(m_c, shape, w.id, XCB_SHAPE_SK_BOUNDING);
+        w.shape = XcbRegion(m_c, shape);
         w.shapeStale = false;
         w.clipStale = true;
     }
     if (w.clipStale) {
-        xcb_xfixes_intersect_region(m_c, w.valid, w.shape, w.clip);
+        xcb_xfixes_intersect_region(m_c, w.valid.get(), w.shape.get(), w.clip.get());
         w.clipStale = false;
     }
     return true;
@@ -434,7 +406,7 @@ X11WindowTree::Change X11WindowTree::handleEvent(const xcb_generic_event_t* even
         const auto* e = reinterpret_cast<const xcb_property_notify_event_t*>(event);
         if (e->window == m_root || !ownsFacts(e->atom))
             return Change::none;
-        for (TopLevel& w : m_windows) {
+        for (auto& [id, w] : m_windows) {
             if (w.id != e->window && !(w.factsResolved && w.facts.windowID == e->window))
                 continue;
             if (!w.mapped)

@@ -13,10 +13,11 @@
 #include "platform/x11/X11Extensions.h"
 #include "platform/x11/X11RenderFormats.h"
 #include "platform/x11/X11WindowInspector.h"
+#include "platform/x11/XcbResource.h"
 
-#include <QHash>
 #include <QList>
 #include <QRect>
+#include <unordered_map>
 #include <xcb/damage.h>
 #include <xcb/xcb.h>
 #include <xcb/xfixes.h>
@@ -39,15 +40,15 @@ struct TopLevel {
     WindowFacts facts;
     bool orphaned = false; // a frame that lost its client: never drawn
 
-    xcb_damage_damage_t damage = 0;
-    xcb_pixmap_t pixmap = 0;
-    xcb_render_picture_t picture = 0;
+    XcbDamage damage;
+    XcbPixmap pixmap;
+    XcbPicture picture;
     bool pictureHasAlpha = false;
     // Painted pixels of the current pixmap: a fresh pixmap (map, resize)
     // may hold what lay under the window, so only damaged pixels count.
-    xcb_xfixes_region_t valid = 0;
-    xcb_xfixes_region_t shape = 0; // bounding shape
-    xcb_xfixes_region_t clip = 0;  // valid ∩ shape
+    XcbRegion valid;
+    XcbRegion shape; // bounding shape
+    XcbRegion clip;  // valid ∩ shape
     bool pixmapStale = true;
     bool shapeStale = true;
     bool clipStale = true;
@@ -99,8 +100,8 @@ private:
     X11Extensions m_ext;
     const X11RenderFormats& m_formats;
     X11WindowInspector m_inspector;
-    xcb_xfixes_region_t m_parts = 0;
-    QHash<xcb_window_t, TopLevel> m_windows;
+    XcbRegion m_parts;
+    std::unordered_map<xcb_window_t, TopLevel> m_windows;
     QList<xcb_window_t> m_stacking;
 };
 
