@@ -175,11 +175,11 @@ void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fi
         // keep the plain order, so a check against them stays independent.
         xcb_xfixes_copy_region(m_c, limit, m_underlay.get());
         for (const TopLevel* w : windows) {
-            if (w->pictureHasAlpha)
+            if (w->resources.hasAlpha())
                 continue;
             const QPoint inside =
                 w->outer.topLeft() - m_area.topLeft() + QPoint(w->border, w->border);
-            xcb_xfixes_copy_region(m_c, w->clip.get(), windowClip);
+            xcb_xfixes_copy_region(m_c, w->resources.clip(), windowClip);
             xcb_xfixes_translate_region(m_c, windowClip, qint16(inside.x()), qint16(inside.y()));
             xcb_xfixes_subtract_region(m_c, m_underlay.get(), windowClip, m_underlay.get());
         }
@@ -208,17 +208,17 @@ void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fi
         const QPoint origin = w->outer.topLeft() - m_area.topLeft();
         const QPoint inside = origin + QPoint(w->border, w->border);
         if (limit) {
-            xcb_xfixes_copy_region(m_c, w->clip.get(), windowClip);
+            xcb_xfixes_copy_region(m_c, w->resources.clip(), windowClip);
             xcb_xfixes_translate_region(m_c, windowClip, qint16(inside.x()), qint16(inside.y()));
             xcb_xfixes_intersect_region(m_c, windowClip, limit, windowClip);
             xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, windowClip, 0, 0);
         } else {
-            xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, w->clip.get(),
+            xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, w->resources.clip(),
                                                qint16(inside.x()), qint16(inside.y()));
         }
         xcb_render_composite(
-            m_c, w->pictureHasAlpha ? XCB_RENDER_PICT_OP_OVER : XCB_RENDER_PICT_OP_SRC,
-            w->picture.get(), XCB_NONE, canvas.picture, 0, 0, 0, 0, qint16(origin.x()),
+            m_c, w->resources.hasAlpha() ? XCB_RENDER_PICT_OP_OVER : XCB_RENDER_PICT_OP_SRC,
+            w->resources.picture(), XCB_NONE, canvas.picture, 0, 0, 0, 0, qint16(origin.x()),
             qint16(origin.y()), quint16(w->outer.width()), quint16(w->outer.height()));
     }
     xcb_xfixes_set_picture_clip_region(m_c, canvas.picture, limit, 0, 0);
@@ -252,7 +252,7 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdm
         const bool wasDrawn = w->drawn;
         w->drawn = false;
         if (contributes(admission, *w)) {
-            const bool collect = w->damaged && !whole;
+            const bool collect = w->resources.damaged() && !whole;
             if (collect)
                 xcb_xfixes_set_region(m_c, scratch, 0, nullptr);
             tree.takeDamage(*w, collect ? scratch : XCB_NONE);
