@@ -17,7 +17,8 @@
 //   popup NAME RRGGBB X Y W H [now]   override-redirect menu at root X, Y
 //       -> "mapped NAME 0xID"
 //   color NAME RRGGBB | title NAME TEXT | move NAME X Y | resize NAME W H |
-//   raise NAME | lower NAME | activate NAME | iconify NAME | close NAME
+//   raise NAME | lower NAME | activate NAME | iconify NAME | close NAME |
+//   name NAME TYPE HEXBYTES (WM_NAME alone, of type TYPE, e.g. COMPOUND_TEXT)
 //       -> "ok NAME 0xID"
 //   map NAME -> "mapped NAME 0xID"      unmap NAME -> "unmapped NAME 0xID"
 // Errors answer "error TEXT". Starts by printing "ready PID".
@@ -262,6 +263,13 @@ void Client::command(const std::string& line)
         std::string title;
         std::getline(in >> std::ws, title);
         setTitle(id, title);
+    } else if (verb == "name") {
+        std::string type, hex, bytes;
+        in >> type >> hex;
+        for (size_t i = 0; i + 1 < hex.size(); i += 2)
+            bytes += char(std::stoul(hex.substr(i, 2), nullptr, 16));
+        xcb_delete_property(m_c, id, atom("_NET_WM_NAME"));
+        setProperty(id, "WM_NAME", atom(type), 8, bytes.data(), uint32_t(bytes.size()));
     } else if (verb == "move" || verb == "resize") {
         uint32_t a = 0, b = 0;
         in >> a >> b;

@@ -144,6 +144,38 @@ private Q_SLOTS:
                  1);
     }
 
+    // WM_NAME alone, in each encoding clients write it in.
+    void titlesInEveryEncoding_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("title");
+        QTest::newRow("COMPOUND_TEXT, UTF-8 segment")
+            << u"COMPOUND_TEXT"_s << "Report \x1b%G"_ba + u"Отчёт"_s.toUtf8() + "\x1b%@ \xe9"_ba
+            << u"Report Отчёт é"_s;
+        QTest::newRow("COMPOUND_TEXT, ISO 8859-7 segment")
+            << u"COMPOUND_TEXT"_s << "\x1b-F\xc5\xeb\xeb\xdc\xe4\xe1"_ba << u"Ελλάδα"_s;
+        QTest::newRow("STRING") << u"STRING"_s << "Caf\xe9"_ba << u"Café"_s;
+        QTest::newRow("UTF8_STRING") << u"UTF8_STRING"_s << u"Café ☕"_s.toUtf8() << u"Café ☕"_s;
+    }
+
+    void titlesInEveryEncoding()
+    {
+        QFETCH(QString, type);
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, title);
+        const quint32 id = m_editor->window(0x777777, {1300, 400, 200, 150});
+        QVERIFY(m_editor->on(u"name"_s, id, type + u' ' + QString::fromLatin1(bytes.toHex())));
+        std::optional<QString> seen;
+        QVERIFY2(eventually(id,
+                            [&](const LiveWindow* w) {
+                                seen = w ? w->title : std::nullopt;
+                                return seen == title;
+                            }),
+                 qPrintable(seen.value_or(u"(none)"_s)));
+        QVERIFY(m_editor->on(u"close"_s, id));
+    }
+
     // Front to back, and exactly one active window, following the window manager.
     void stackingAndActiveFollowTheWindowManager()
     {
