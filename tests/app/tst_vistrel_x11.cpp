@@ -140,23 +140,6 @@ class TestVistrelX11 : public QObject {
         return shown ? geometry : std::nullopt;
     }
 
-    // Asks the window manager to close the window, as its close button does.
-    void closeWindow(xcb_window_t window)
-    {
-        xcb_connection_t* c = m_session.connection();
-        xcb_client_message_event_t event{};
-        event.response_type = XCB_CLIENT_MESSAGE;
-        event.format = 32;
-        event.window = window;
-        event.type = m_session.atom("_NET_CLOSE_WINDOW");
-        event.data.data32[0] = XCB_CURRENT_TIME;
-        event.data.data32[1] = 2; // from a pager: the user's own request
-        xcb_send_event(c, 0, m_session.root(),
-                       XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
-                       reinterpret_cast<const char*>(&event));
-        xcb_flush(c);
-    }
-
     static QString failureReport(QProcess& process)
     {
         QString report =
@@ -259,7 +242,7 @@ private Q_SLOTS:
                 .remove(u':')));
 
         // Closing the only window quits normally, without a sanitizer report.
-        closeWindow(findOutputWindow(app->processId()));
+        m_session.requestClose(findOutputWindow(app->processId()));
         QVERIFY2(app->waitForFinished(15000), "vistrel did not quit after its window closed");
         QVERIFY2(app->exitStatus() == QProcess::NormalExit && app->exitCode() == 0,
                  qPrintable(failureReport(*app)));

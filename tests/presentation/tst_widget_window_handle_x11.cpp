@@ -54,6 +54,11 @@ std::unique_ptr<QWidget> mappedWidget(const QString& title)
 class TestWidgetWindowHandleX11 : public QObject {
     Q_OBJECT
 
+    x11test::X11TestSession& m_session;
+
+public:
+    explicit TestWidgetWindowHandleX11(x11test::X11TestSession& session) : m_session(session) {}
+
 private Q_SLOTS:
     void windowNumberThenMinimiseAndRestore()
     {
@@ -97,10 +102,10 @@ private Q_SLOTS:
             return allowClose;
         });
 
-        // The window manager's close key: refused, the window is only ordered out.
+        // The window manager's close request: refused, the window is only ordered out.
         registry.show(ManagedWindowKind::simpleControl, true);
         QTRY_COMPARE(activeWindow(), id);
-        run(u"xdotool"_s, {u"key"_s, u"--clearmodifiers"_s, u"alt+F4"_s});
+        m_session.requestClose(id);
         QTRY_VERIFY(!widget->isVisible());
         QTest::qWait(100);
         QVERIFY(registry.hasWindow(ManagedWindowKind::simpleControl));
@@ -110,7 +115,7 @@ private Q_SLOTS:
         allowClose = true;
         registry.show(ManagedWindowKind::simpleControl, true);
         QTRY_COMPARE(activeWindow(), id);
-        run(u"xdotool"_s, {u"key"_s, u"--clearmodifiers"_s, u"alt+F4"_s});
+        m_session.requestClose(id);
         QTRY_VERIFY(!registry.hasWindow(ManagedWindowKind::simpleControl));
         QCOMPARE(registry.windowNumbers(), QSet<quint32>{});
     }
@@ -160,7 +165,7 @@ int main(int argc, char** argv)
     session.exportEnvironment();
     qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
-    TestWidgetWindowHandleX11 test;
+    TestWidgetWindowHandleX11 test(session);
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -42,7 +42,6 @@ namespace {
 
 struct Window {
     xcb_window_t id = 0;
-    xcb_gcontext_t gc = 0;
     uint32_t colour = 0;
     int width = 0, height = 0;
     bool waitingForMap = false;
@@ -64,6 +63,9 @@ public:
         if (xcb_connection_has_error(m_c))
             return false;
         m_screen = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data;
+        // One for every window: they all have the root's depth.
+        m_gc = xcb_generate_id(m_c);
+        xcb_create_gc(m_c, m_gc, m_screen->root, 0, nullptr);
         return true;
     }
     int fd() const { return xcb_get_file_descriptor(m_c); }
@@ -89,9 +91,9 @@ private:
     void sendToRoot(xcb_window_t w, const std::string& type, std::vector<uint32_t> data);
     void paint(const Window& w)
     {
-        xcb_change_gc(m_c, w.gc, XCB_GC_FOREGROUND, &w.colour);
+        xcb_change_gc(m_c, m_gc, XCB_GC_FOREGROUND, &w.colour);
         const xcb_rectangle_t all{0, 0, uint16_t(w.width), uint16_t(w.height)};
-        xcb_poly_fill_rectangle(m_c, w.id, w.gc, 1, &all);
+        xcb_poly_fill_rectangle(m_c, w.id, m_gc, 1, &all);
     }
     void sync() { free(xcb_get_input_focus_reply(m_c, xcb_get_input_focus(m_c), nullptr)); }
     bool isMapped(xcb_window_t w)
@@ -116,6 +118,7 @@ private:
 
     xcb_connection_t* m_c = nullptr;
     xcb_screen_t* m_screen = nullptr;
+    xcb_gcontext_t m_gc = 0;
     std::string m_class;
     std::map<std::string, xcb_atom_t> m_atoms;
     std::map<std::string, Window> m_windows;
@@ -229,8 +232,6 @@ void Client::createWindow(const std::string& verb, std::istringstream& in, const
     setProperty(window.id, "WM_NORMAL_HINTS", atom("WM_SIZE_HINTS"), 32, hints, 18);
     if (option["shape"] == "ellipse")
         setShape(window.id, w, h);
-    window.gc = xcb_generate_id(m_c);
-    xcb_create_gc(m_c, window.gc, window.id, XCB_GC_FOREGROUND, &window.colour);
     window.waitingForMap = true;
     xcb_map_window(m_c, window.id);
     // Like a menu that draws right away instead of waiting for its first Expose.
@@ -307,7 +308,6 @@ void Client::command(const std::string& line)
         xcb_flush(m_c);
         return;
     } else if (verb == "close") {
-        xcb_free_gc(m_c, w->gc);
         xcb_destroy_window(m_c, id);
         m_windows.erase(name);
     } else {

@@ -206,6 +206,21 @@ std::unique_ptr<TestClient> X11TestSession::spawnClient(const QString& wmClass)
     return client;
 }
 
+void X11TestSession::requestClose(xcb_window_t window)
+{
+    xcb_client_message_event_t event{};
+    event.response_type = XCB_CLIENT_MESSAGE;
+    event.format = 32;
+    event.window = window;
+    event.type = atom("_NET_CLOSE_WINDOW");
+    event.data.data32[0] = XCB_CURRENT_TIME;
+    event.data.data32[1] = 2; // from a pager: the user's own request
+    xcb_send_event(connection(), 0, m_root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
+                   reinterpret_cast<const char*>(&event));
+    xcb_flush(connection());
+}
+
 void X11TestSession::setDesktopColour(quint32 rgb)
 {
     xcb_change_window_attributes(connection(), m_root, XCB_CW_BACK_PIXEL, &rgb);

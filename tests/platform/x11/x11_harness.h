@@ -111,6 +111,8 @@ public:
     // A client process whose windows carry this WM_CLASS; null on failure.
     std::unique_ptr<TestClient> spawnClient(const QString& wmClass = QStringLiteral("Painter"));
 
+    // Asks the window manager to close a client window, as its close button does.
+    void requestClose(xcb_window_t window);
     void setDesktopColour(quint32 rgb);
     void warpPointer(int x, int y);
     // The root window's pixels (RGB32; null image on failure).
