@@ -2,6 +2,7 @@
 // openbox started by this executable): window ids as other clients see them,
 // minimise and close requests coming from the window manager, and focus.
 
+#include "platform/x11/x11_harness.h"
 #include "presentation/WidgetWindowHandle.h"
 #include "presentation/WindowRegistry.h"
 
@@ -10,7 +11,6 @@
 #include <QTest>
 #include <QWidget>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -49,169 +49,123 @@ std::unique_ptr<QWidget> mappedWidget(const QString& title)
     return widget;
 }
 
-// Xvfb and openbox on a free display, through the project's session script.
-class Session {
-public:
-    bool start()
-    {
-        const QByteArray script = QT_TESTCASE_SOURCEDIR "/../../scripts/x11-session.sh";
-        FILE* out = ::popen((script + " start --monitors 1").constData(), "r");
-        if (!out)
-            return false;
-        char line[4096];
-        while (std::fgets(line, sizeof line, out)) {
-            const QByteArray assignment = QByteArray(line).trimmed();
-            const qsizetype eq = assignment.indexOf('=');
-            if (eq <= 0)
-                continue;
-            const QByteArray key = assignment.left(eq);
-            const QByteArray value = assignment.mid(eq + 1);
-            if (key == "SESSION_DIR")
-                m_dir = value;
-            else
-                qputenv(key.constData(), value);
-        }
-        m_script = script;
-        return ::pclose(out) == 0 && !m_dir.isEmpty();
-    }
-    ~Session()
-    {
-        if (!m_dir.isEmpty())
-            (void)std::system((m_script + " stop --dir '" + m_dir + "'").constData());
-    }
-
-private:
-    QByteArray m_script;
-    QByteArray m_dir;
-};
-
 } // namespace
 
 class TestWidgetWindowHandleX11 : public QObject {
     Q_OBJECT
 
+    x11test::X11TestSession& m_session;
+
+public:
+    explicit TestWidgetWindowHandleX11(x11test::X11TestSession& session) : m_session(session) {}
+
 private Q_SLOTS:
-    void windowNumberIsTheClientWindow();
-    void windowManagerMinimiseAndRestore();
-    void windowManagerCloseGoesThroughGuard();
-    void showWithoutActivationKeepsForeignFocus();
+    void windowNumberThenMinimiseAndRestore()
+    {
+        auto widget = mappedWidget(u"Vistrel minimise probe"_s);
+        QVERIFY(widget);
+        const auto id = quint32(widget->winId());
+        WindowRegistry registry;
+        registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()),
+                                ManagedWindowKind::simpleControl);
+        QVERIFY(registry.isVisible(ManagedWindowKind::simpleControl));
+        // Other clients find the window under the number the registry publishes
+        // (the client window, not the window manager's frame).
+        QCOMPARE(run(u"xdotool"_s, {u"search"_s, u"--name"_s, u"^Vistrel minimise probe$"_s}),
+                 QString::number(id));
+        QCOMPARE(registry.windowNumbers(), QSet<quint32>{id});
+
+        run(u"xdotool"_s, {u"windowminimize"_s, QString::number(id)});
+        QTRY_VERIFY(!registry.visibleKinds().contains(ManagedWindowKind::simpleControl));
+        QVERIFY(widget->isMinimized());
+        QVERIFY(netWmState(id).contains(u"_NET_WM_STATE_HIDDEN"_s));
+
+        registry.show(ManagedWindowKind::simpleControl, true);
+        QTRY_VERIFY(!netWmState(id).contains(u"_NET_WM_STATE_HIDDEN"_s));
+        QTRY_COMPARE(activeWindow(), id);
+        QVERIFY(!widget->isMinimized());
+        QVERIFY(registry.visibleKinds().contains(ManagedWindowKind::simpleControl));
+    }
+
+    void windowManagerCloseGoesThroughGuard()
+    {
+        auto widget = mappedWidget(u"Vistrel close probe"_s);
+        QVERIFY(widget);
+        const auto id = quint32(widget->winId());
+        WindowRegistry registry;
+        auto* handle = WidgetWindowHandle::forWidget(widget.get());
+        registry.registerWindow(handle, ManagedWindowKind::simpleControl);
+        bool allowClose = false;
+        handle->setCloseGuard([&] {
+            if (!allowClose)
+                registry.hide(ManagedWindowKind::simpleControl);
+            return allowClose;
+        });
+
+        // The window manager's close request: refused, the window is only ordered out.
+        registry.show(ManagedWindowKind::simpleControl, true);
+        QTRY_COMPARE(activeWindow(), id);
+        m_session.requestClose(id);
+        QTRY_VERIFY(!widget->isVisible());
+        QTest::qWait(100);
+        QVERIFY(registry.hasWindow(ManagedWindowKind::simpleControl));
+        QVERIFY(!registry.isVisible(ManagedWindowKind::simpleControl));
+
+        // Allowed (as while quitting): the registry forgets the window.
+        allowClose = true;
+        registry.show(ManagedWindowKind::simpleControl, true);
+        QTRY_COMPARE(activeWindow(), id);
+        m_session.requestClose(id);
+        QTRY_VERIFY(!registry.hasWindow(ManagedWindowKind::simpleControl));
+        QCOMPARE(registry.windowNumbers(), QSet<quint32>{});
+    }
+
+    void showWithoutActivationKeepsForeignFocus()
+    {
+        auto widget = mappedWidget(u"Vistrel focus probe"_s);
+        QVERIFY(widget);
+        const auto id = quint32(widget->winId());
+        WindowRegistry registry;
+        registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()),
+                                ManagedWindowKind::simpleControl);
+        registry.hide(ManagedWindowKind::simpleControl);
+
+        // Another application takes the focus.
+        QProcess other;
+        other.start(u"xmessage"_s, {u"-name"_s, u"vistrelforeign"_s, u"foreign"_s});
+        QVERIFY(other.waitForStarted());
+        quint32 foreign = 0;
+        QTRY_VERIFY(
+            (foreign = run(u"xdotool"_s, {u"search"_s, u"--classname"_s, u"vistrelforeign"_s})
+                           .toUInt()) != 0);
+        run(u"xdotool"_s, {u"windowactivate"_s, QString::number(foreign)});
+        QTRY_COMPARE(activeWindow(), foreign);
+        QTRY_COMPARE(QGuiApplication::applicationState(), Qt::ApplicationInactive);
+        registry.show(ManagedWindowKind::simpleControl, false);
+        QVERIFY(QTest::qWaitForWindowExposed(widget.get()));
+        QTest::qWait(300);
+        QCOMPARE(activeWindow(), foreign);
+
+        registry.show(ManagedWindowKind::simpleControl, true);
+        QTRY_COMPARE(activeWindow(), id);
+
+        other.kill();
+        other.waitForFinished();
+    }
 };
-
-void TestWidgetWindowHandleX11::windowNumberIsTheClientWindow()
-{
-    auto widget = mappedWidget(u"Vistrel registry probe"_s);
-    QVERIFY(widget);
-    WindowRegistry registry;
-    registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()), ManagedWindowKind::output);
-
-    // Other clients find the window under the number the registry publishes
-    // (the client window, not the window manager's frame).
-    const QStringList found =
-        run(u"xdotool"_s, {u"search"_s, u"--name"_s, u"^Vistrel registry probe$"_s}).split(u'\n');
-    QCOMPARE(found.size(), 1);
-    QCOMPARE(registry.windowNumbers(), QSet<quint32>{found.first().toUInt()});
-    QCOMPARE(found.first().toUInt(), quint32(widget->winId()));
-}
-
-void TestWidgetWindowHandleX11::windowManagerMinimiseAndRestore()
-{
-    auto widget = mappedWidget(u"Vistrel minimise probe"_s);
-    QVERIFY(widget);
-    const auto id = quint32(widget->winId());
-    WindowRegistry registry;
-    registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()),
-                            ManagedWindowKind::simpleControl);
-    QVERIFY(registry.isVisible(ManagedWindowKind::simpleControl));
-
-    run(u"xdotool"_s, {u"windowminimize"_s, QString::number(id)});
-    QTRY_VERIFY(!registry.visibleKinds().contains(ManagedWindowKind::simpleControl));
-    QVERIFY(widget->isMinimized());
-    QVERIFY(netWmState(id).contains(u"_NET_WM_STATE_HIDDEN"_s));
-
-    registry.show(ManagedWindowKind::simpleControl, true);
-    QTRY_VERIFY(!netWmState(id).contains(u"_NET_WM_STATE_HIDDEN"_s));
-    QTRY_COMPARE(activeWindow(), id);
-    QVERIFY(!widget->isMinimized());
-    QVERIFY(registry.visibleKinds().contains(ManagedWindowKind::simpleControl));
-}
-
-void TestWidgetWindowHandleX11::windowManagerCloseGoesThroughGuard()
-{
-    auto widget = mappedWidget(u"Vistrel close probe"_s);
-    QVERIFY(widget);
-    const auto id = quint32(widget->winId());
-    WindowRegistry registry;
-    auto* handle = WidgetWindowHandle::forWidget(widget.get());
-    registry.registerWindow(handle, ManagedWindowKind::simpleControl);
-    bool allowClose = false;
-    handle->setCloseGuard([&] {
-        if (!allowClose)
-            registry.hide(ManagedWindowKind::simpleControl);
-        return allowClose;
-    });
-
-    // The window manager's close key: refused, the window is only ordered out.
-    registry.show(ManagedWindowKind::simpleControl, true);
-    QTRY_COMPARE(activeWindow(), id);
-    run(u"xdotool"_s, {u"key"_s, u"--clearmodifiers"_s, u"alt+F4"_s});
-    QTRY_VERIFY(!widget->isVisible());
-    QTest::qWait(100);
-    QVERIFY(registry.hasWindow(ManagedWindowKind::simpleControl));
-    QVERIFY(!registry.isVisible(ManagedWindowKind::simpleControl));
-
-    // Allowed (as while quitting): the registry forgets the window.
-    allowClose = true;
-    registry.show(ManagedWindowKind::simpleControl, true);
-    QTRY_COMPARE(activeWindow(), id);
-    run(u"xdotool"_s, {u"key"_s, u"--clearmodifiers"_s, u"alt+F4"_s});
-    QTRY_VERIFY(!registry.hasWindow(ManagedWindowKind::simpleControl));
-    QCOMPARE(registry.windowNumbers(), QSet<quint32>{});
-}
-
-void TestWidgetWindowHandleX11::showWithoutActivationKeepsForeignFocus()
-{
-    auto widget = mappedWidget(u"Vistrel focus probe"_s);
-    QVERIFY(widget);
-    const auto id = quint32(widget->winId());
-    WindowRegistry registry;
-    registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()),
-                            ManagedWindowKind::simpleControl);
-    registry.hide(ManagedWindowKind::simpleControl);
-
-    // Another application takes the focus.
-    QProcess other;
-    other.start(u"xmessage"_s, {u"-name"_s, u"vistrelforeign"_s, u"foreign"_s});
-    QVERIFY(other.waitForStarted());
-    quint32 foreign = 0;
-    QTRY_VERIFY(
-        (foreign =
-             run(u"xdotool"_s, {u"search"_s, u"--classname"_s, u"vistrelforeign"_s}).toUInt()) !=
-        0);
-    run(u"xdotool"_s, {u"windowactivate"_s, QString::number(foreign)});
-    QTRY_COMPARE(activeWindow(), foreign);
-    QTRY_COMPARE(QGuiApplication::applicationState(), Qt::ApplicationInactive);
-    registry.show(ManagedWindowKind::simpleControl, false);
-    QVERIFY(QTest::qWaitForWindowExposed(widget.get()));
-    QTest::qWait(300);
-    QCOMPARE(activeWindow(), foreign);
-
-    registry.show(ManagedWindowKind::simpleControl, true);
-    QTRY_COMPARE(activeWindow(), id);
-
-    other.kill();
-    other.waitForFinished();
-}
 
 int main(int argc, char** argv)
 {
-    Session session;
+    // Qt connects to the session's display, so the session comes first.
+    x11test::X11TestSession session;
     if (!session.start()) {
-        std::fprintf(stderr, "could not start the X session\n");
+        std::fprintf(stderr, "%s\n", qPrintable(session.errorString()));
         return 1;
     }
+    session.exportEnvironment();
     qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
-    TestWidgetWindowHandleX11 test;
+    TestWidgetWindowHandleX11 test(session);
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -1,23 +1,26 @@
-// vistrel-testclient: an X client that the X11 tests start as a separate
-// process, so that discovery and capture see a real foreign application.
+// vistrel-testclient: an X client that the X11 tests (and the demo session)
+// start as a separate process, so that discovery and capture see a real
+// foreign application with its own pid and connection.
 //
 // Usage: vistrel-testclient [--class NAME]
 // Reads one command per line on stdin and answers one line per command on
-// stdout. Windows are named by the test; every answer carries the X id.
+// stdout, naming the window and its X id. Windows have no background: every
+// pixel they show is one this process painted (on Expose, and at once after
+// a colour change or resize).
 //
-//   window NAME RRGGBB X Y W H [key=value...] [title=TEXT TO END OF LINE]
-//       keys: class=WM_CLASS  type=normal|dialog|dock|desktop|utility|splash
-//             pid=N|none (_NET_WM_PID, default: own pid)  appid=ID
-//             shape=ellipse|eyes (SHAPE bounding region)
-//       -> "mapped NAME 0xID" once the window is mapped (after the window
-//          manager has framed it)
-//   popup NAME PARENT RRGGBB DX DY W H   override-redirect menu at the
-//       parent's top-left + (DX, DY) -> "mapped NAME 0xID"
+//   window NAME RRGGBB X Y W H [option...] [title=TEXT TO END OF LINE]
+//       options: or (override-redirect)  now (paint before the first Expose)
+//                class=WM_CLASS (empty: none)  type=normal|dialog|dock|utility|...
+//                pid=N|none (_NET_WM_PID, default: own pid)  appid=ID
+//                shape=ellipse (SHAPE bounding region)
+//       -> "mapped NAME 0xID" once mapped (after the window manager framed it)
+//   popup NAME RRGGBB X Y W H [now]   override-redirect menu at root X, Y
+//       -> "mapped NAME 0xID"
 //   color NAME RRGGBB | title NAME TEXT | move NAME X Y | resize NAME W H |
-//   raise NAME | activate NAME | close NAME           -> "ok NAME 0xID"
+//   raise NAME | lower NAME | activate NAME | iconify NAME | close NAME |
+//   name NAME TYPE HEXBYTES (WM_NAME alone, of type TYPE, e.g. COMPOUND_TEXT)
+//       -> "ok NAME 0xID"
 //   map NAME -> "mapped NAME 0xID"      unmap NAME -> "unmapped NAME 0xID"
-//   iconify NAME (asks the window manager to minimise) -> "ok NAME 0xID"
-//   sync -> "ok"      quit -> exits
 // Errors answer "error TEXT". Starts by printing "ready PID".
 
 #include <cmath>
@@ -26,12 +29,11 @@
 #include <cstring>
 #include <iostream>
 #include <map>
-#include <memory>
-#include <optional>
 #include <poll.h>
 #include <sstream>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 #include <xcb/shape.h>
 #include <xcb/xcb.h>
@@ -40,6 +42,8 @@ namespace {
 
 struct Window {
     xcb_window_t id = 0;
+    uint32_t colour = 0;
+    int width = 0, height = 0;
     bool waitingForMap = false;
     bool waitingForUnmap = false;
 };
@@ -47,6 +51,11 @@ struct Window {
 class Client {
 public:
     explicit Client(std::string wmClass) : m_class(std::move(wmClass)) {}
+    ~Client()
+    {
+        if (m_c)
+            xcb_disconnect(m_c);
+    }
 
     bool connect()
     {
@@ -54,12 +63,10 @@ public:
         if (xcb_connection_has_error(m_c))
             return false;
         m_screen = xcb_setup_roots_iterator(xcb_get_setup(m_c)).data;
+        // One for every window: they all have the root's depth.
+        m_gc = xcb_generate_id(m_c);
+        xcb_create_gc(m_c, m_gc, m_screen->root, 0, nullptr);
         return true;
-    }
-    ~Client()
-    {
-        if (m_c)
-            xcb_disconnect(m_c);
     }
     int fd() const { return xcb_get_file_descriptor(m_c); }
     bool broken() const { return xcb_connection_has_error(m_c) != 0; }
@@ -77,29 +84,41 @@ private:
     }
     void setTitle(xcb_window_t w, const std::string& title)
     {
-        setProperty(w, "_NET_WM_NAME", atom("UTF8_STRING"), 8, title.data(),
-                    uint32_t(title.size()));
-        setProperty(w, "WM_NAME", XCB_ATOM_STRING, 8, title.data(), uint32_t(title.size()));
+        for (const char* property : {"_NET_WM_NAME", "WM_NAME"})
+            setProperty(w, property, atom("UTF8_STRING"), 8, title.data(), uint32_t(title.size()));
     }
-    void setShape(xcb_window_t w, const std::string& kind, int width, int height);
+    void setShape(xcb_window_t w, int width, int height);
     void sendToRoot(xcb_window_t w, const std::string& type, std::vector<uint32_t> data);
+    void paint(const Window& w)
+    {
+        xcb_change_gc(m_c, m_gc, XCB_GC_FOREGROUND, &w.colour);
+        const xcb_rectangle_t all{0, 0, uint16_t(w.width), uint16_t(w.height)};
+        xcb_poly_fill_rectangle(m_c, w.id, m_gc, 1, &all);
+    }
     void sync() { free(xcb_get_input_focus_reply(m_c, xcb_get_input_focus(m_c), nullptr)); }
+    bool isMapped(xcb_window_t w)
+    {
+        auto* a = xcb_get_window_attributes_reply(m_c, xcb_get_window_attributes(m_c, w), nullptr);
+        const bool mapped = a && a->map_state != XCB_MAP_STATE_UNMAPPED;
+        free(a);
+        return mapped;
+    }
     Window* find(const std::string& name);
     void reply(const std::string& text)
     {
         std::cout << text << std::endl; // flushed: the test reads line by line
     }
-    static std::string hex(xcb_window_t id)
+    static std::string answer(const char* verb, const std::string& name, xcb_window_t id)
     {
-        char buf[16];
-        std::snprintf(buf, sizeof buf, "0x%x", id);
-        return buf;
+        char buf[32];
+        std::snprintf(buf, sizeof buf, " 0x%x", id);
+        return verb + (" " + name) + buf;
     }
-    void createWindow(std::istringstream& in, const std::string& rest);
-    void createPopup(std::istringstream& in);
+    void createWindow(const std::string& verb, std::istringstream& in, const std::string& line);
 
     xcb_connection_t* m_c = nullptr;
     xcb_screen_t* m_screen = nullptr;
+    xcb_gcontext_t m_gc = 0;
     std::string m_class;
     std::map<std::string, xcb_atom_t> m_atoms;
     std::map<std::string, Window> m_windows;
@@ -127,26 +146,19 @@ Window* Client::find(const std::string& name)
     return &it->second;
 }
 
-void Client::setShape(xcb_window_t w, const std::string& kind, int width, int height)
+void Client::setShape(xcb_window_t w, int width, int height)
 {
-    // One rectangle per scanline of each ellipse; "eyes" is two ellipses side by side.
-    std::vector<xcb_rectangle_t> rects;
-    const int count = kind == "eyes" ? 2 : 1;
-    const double rx = width / (2.0 * count), ry = height / 2.0;
-    for (int e = 0; e < count; ++e) {
-        const double cx = rx * (2 * e + 1);
-        for (int y = 0; y < height; ++y) {
-            const double dy = (y + 0.5 - ry) / ry;
-            if (std::abs(dy) >= 1)
-                continue;
-            const double half = rx * std::sqrt(1 - dy * dy);
-            const int x0 = int(std::lround(cx - half)), x1 = int(std::lround(cx + half));
-            if (x1 > x0)
-                rects.push_back({int16_t(x0), int16_t(y), uint16_t(x1 - x0), 1});
-        }
+    // One rectangle per scanline of the ellipse filling the window.
+    std::vector<xcb_rectangle_t> rows;
+    const double a = width / 2.0, b = height / 2.0;
+    for (int y = 0; y < height; ++y) {
+        const double dy = (y + 0.5 - b) / b;
+        const int half = int(a * std::sqrt(std::max(0.0, 1 - dy * dy)));
+        if (half > 0)
+            rows.push_back({int16_t(a - half), int16_t(y), uint16_t(2 * half), 1});
     }
     xcb_shape_rectangles(m_c, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, XCB_CLIP_ORDERING_UNSORTED,
-                         w, 0, 0, uint32_t(rects.size()), rects.data());
+                         w, 0, 0, uint32_t(rows.size()), rows.data());
 }
 
 void Client::sendToRoot(xcb_window_t w, const std::string& type, std::vector<uint32_t> data)
@@ -163,110 +175,69 @@ void Client::sendToRoot(xcb_window_t w, const std::string& type, std::vector<uin
                    reinterpret_cast<const char*>(&ev));
 }
 
-void Client::createWindow(std::istringstream& in, const std::string& line)
+void Client::createWindow(const std::string& verb, std::istringstream& in, const std::string& line)
 {
     std::string name, colour;
     int x = 0, y = 0, w = 0, h = 0;
-    if (!(in >> name >> colour >> x >> y >> w >> h) || w <= 0 || h <= 0) {
-        reply("error usage: window NAME RRGGBB X Y W H [key=value...]");
-        return;
-    }
-    if (m_windows.count(name)) {
-        reply("error window exists " + name);
-        return;
-    }
-    std::string wmClass = m_class, type = "normal", pid = std::to_string(getpid()), appId, shape,
-                title = name;
-    std::string token;
-    while (in >> token) {
+    if (!(in >> name >> colour >> x >> y >> w >> h) || w <= 0 || h <= 0)
+        return reply("error usage: " + verb + " NAME RRGGBB X Y W H [option...]");
+    if (m_windows.count(name))
+        return reply("error window exists " + name);
+    const bool popup = verb == "popup";
+    std::map<std::string, std::string> option{{"class", m_class},
+                                              {"type", popup ? "popup_menu" : "normal"},
+                                              {"pid", std::to_string(getpid())},
+                                              {"title", name}};
+    for (std::string token; in >> token;) {
         const auto eq = token.find('=');
-        const std::string key = token.substr(0, eq),
-                          value = eq == std::string::npos ? "" : token.substr(eq + 1);
+        const std::string key = token.substr(0, eq);
         if (key == "title") { // the rest of the line, spaces included
-            const auto at = line.find("title=");
-            title = line.substr(at + 6);
+            option[key] = line.substr(line.find("title=") + 6);
             break;
         }
-        if (key == "class")
-            wmClass = value;
-        else if (key == "type")
-            type = value;
-        else if (key == "pid")
-            pid = value;
-        else if (key == "appid")
-            appId = value;
-        else if (key == "shape")
-            shape = value;
+        option[key] = eq == std::string::npos ? "" : token.substr(eq + 1);
     }
+    const bool overrideRedirect = popup || option.count("or");
 
-    const xcb_window_t id = xcb_generate_id(m_c);
-    const uint32_t values[] = {uint32_t(std::stoul(colour, nullptr, 16)),
-                               XCB_EVENT_MASK_STRUCTURE_NOTIFY};
-    xcb_create_window(m_c, XCB_COPY_FROM_PARENT, id, m_screen->root, int16_t(x), int16_t(y),
+    Window window;
+    window.id = xcb_generate_id(m_c);
+    window.colour = uint32_t(std::stoul(colour, nullptr, 16));
+    window.width = w;
+    window.height = h;
+    const uint32_t values[] = {uint32_t(overrideRedirect),
+                               XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+    xcb_create_window(m_c, XCB_COPY_FROM_PARENT, window.id, m_screen->root, int16_t(x), int16_t(y),
                       uint16_t(w), uint16_t(h), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-                      m_screen->root_visual, XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK, values);
-    setTitle(id, title);
-    std::string lower = wmClass;
-    for (auto& ch : lower)
-        ch = char(std::tolower(static_cast<unsigned char>(ch)));
-    const std::string classValue = lower + '\0' + wmClass + '\0';
-    setProperty(id, "WM_CLASS", XCB_ATOM_STRING, 8, classValue.data(), uint32_t(classValue.size()));
-    if (pid != "none") {
-        const uint32_t p = uint32_t(std::stoul(pid));
-        setProperty(id, "_NET_WM_PID", XCB_ATOM_CARDINAL, 32, &p, 1);
+                      m_screen->root_visual, XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
+    setTitle(window.id, option["title"]);
+    // "instance\0class\0"
+    const std::string wmClass = option["class"] + '\0' + option["class"] + '\0';
+    if (!option["class"].empty())
+        setProperty(window.id, "WM_CLASS", XCB_ATOM_STRING, 8, wmClass.data(),
+                    uint32_t(wmClass.size()));
+    if (option["pid"] != "none") {
+        const uint32_t p = uint32_t(std::stoul(option["pid"]));
+        setProperty(window.id, "_NET_WM_PID", XCB_ATOM_CARDINAL, 32, &p, 1);
     }
-    if (!appId.empty())
-        setProperty(id, "_GTK_APPLICATION_ID", atom("UTF8_STRING"), 8, appId.data(),
+    if (const std::string& appId = option["appid"]; !appId.empty())
+        setProperty(window.id, "_GTK_APPLICATION_ID", atom("UTF8_STRING"), 8, appId.data(),
                     uint32_t(appId.size()));
     std::string typeName = "_NET_WM_WINDOW_TYPE_";
-    for (char ch : type)
+    for (char ch : option["type"])
         typeName += char(std::toupper(static_cast<unsigned char>(ch)));
     const xcb_atom_t typeAtom = atom(typeName);
-    setProperty(id, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM, 32, &typeAtom, 1);
-    // WM_NORMAL_HINTS with user position and size, so the window manager keeps them.
-    uint32_t hints[18] = {};
-    hints[0] = 1 | 2; // USPosition | USSize
-    hints[1] = uint32_t(x);
-    hints[2] = uint32_t(y);
-    hints[3] = uint32_t(w);
-    hints[4] = uint32_t(h);
-    setProperty(id, "WM_NORMAL_HINTS", atom("WM_SIZE_HINTS"), 32, hints, 18);
-    if (!shape.empty())
-        setShape(id, shape, w, h);
-    m_windows[name] = Window{id, true, false};
-    xcb_map_window(m_c, id);
-    xcb_flush(m_c);
-}
-
-void Client::createPopup(std::istringstream& in)
-{
-    std::string name, parentName, colour;
-    int dx = 0, dy = 0, w = 0, h = 0;
-    if (!(in >> name >> parentName >> colour >> dx >> dy >> w >> h) || w <= 0 || h <= 0) {
-        reply("error usage: popup NAME PARENT RRGGBB DX DY W H");
-        return;
-    }
-    Window* parent = find(parentName);
-    if (!parent)
-        return;
-    auto* t = xcb_translate_coordinates_reply(
-        m_c, xcb_translate_coordinates(m_c, parent->id, m_screen->root, 0, 0), nullptr);
-    const int px = t ? t->dst_x : 0, py = t ? t->dst_y : 0;
-    free(t);
-    const xcb_window_t id = xcb_generate_id(m_c);
-    const uint32_t values[] = {uint32_t(std::stoul(colour, nullptr, 16)), 1,
-                               XCB_EVENT_MASK_STRUCTURE_NOTIFY};
-    xcb_create_window(m_c, XCB_COPY_FROM_PARENT, id, m_screen->root, int16_t(px + dx),
-                      int16_t(py + dy), uint16_t(w), uint16_t(h), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-                      m_screen->root_visual,
-                      XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
-    const uint32_t pid = uint32_t(getpid());
-    setProperty(id, "_NET_WM_PID", XCB_ATOM_CARDINAL, 32, &pid, 1);
-    const xcb_atom_t typeAtom = atom("_NET_WM_WINDOW_TYPE_POPUP_MENU");
-    setProperty(id, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM, 32, &typeAtom, 1);
-    setProperty(id, "WM_TRANSIENT_FOR", XCB_ATOM_WINDOW, 32, &parent->id, 1);
-    m_windows[name] = Window{id, true, false};
-    xcb_map_window(m_c, id);
+    setProperty(window.id, "_NET_WM_WINDOW_TYPE", XCB_ATOM_ATOM, 32, &typeAtom, 1);
+    // User position and size, so that the window manager keeps them.
+    const uint32_t hints[18] = {1 | 2, uint32_t(x), uint32_t(y), uint32_t(w), uint32_t(h)};
+    setProperty(window.id, "WM_NORMAL_HINTS", atom("WM_SIZE_HINTS"), 32, hints, 18);
+    if (option["shape"] == "ellipse")
+        setShape(window.id, w, h);
+    window.waitingForMap = true;
+    xcb_map_window(m_c, window.id);
+    // Like a menu that draws right away instead of waiting for its first Expose.
+    if (option.count("now"))
+        paint(window);
+    m_windows[name] = window;
     xcb_flush(m_c);
 }
 
@@ -276,17 +247,8 @@ void Client::command(const std::string& line)
     std::string verb;
     if (!(in >> verb))
         return;
-    if (verb == "window")
-        return createWindow(in, line);
-    if (verb == "popup")
-        return createPopup(in);
-    if (verb == "sync") {
-        sync();
-        return reply("ok");
-    }
-    if (verb == "quit")
-        std::exit(0);
-
+    if (verb == "window" || verb == "popup")
+        return createWindow(verb, in, line);
     std::string name;
     in >> name;
     Window* w = find(name);
@@ -296,36 +258,53 @@ void Client::command(const std::string& line)
     if (verb == "color") {
         std::string colour;
         in >> colour;
-        const uint32_t pixel = uint32_t(std::stoul(colour, nullptr, 16));
-        xcb_change_window_attributes(m_c, id, XCB_CW_BACK_PIXEL, &pixel);
-        xcb_clear_area(m_c, 0, id, 0, 0, 0, 0);
+        w->colour = uint32_t(std::stoul(colour, nullptr, 16));
+        paint(*w);
     } else if (verb == "title") {
         std::string title;
         std::getline(in >> std::ws, title);
         setTitle(id, title);
+    } else if (verb == "name") {
+        std::string type, hex, bytes;
+        in >> type >> hex;
+        for (size_t i = 0; i + 1 < hex.size(); i += 2)
+            bytes += char(std::stoul(hex.substr(i, 2), nullptr, 16));
+        xcb_delete_property(m_c, id, atom("_NET_WM_NAME"));
+        setProperty(id, "WM_NAME", atom(type), 8, bytes.data(), uint32_t(bytes.size()));
     } else if (verb == "move" || verb == "resize") {
         uint32_t a = 0, b = 0;
         in >> a >> b;
         const uint32_t values[] = {a, b};
+        const bool move = verb == "move";
         xcb_configure_window(m_c, id,
-                             verb == "move" ? XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y
-                                            : XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
+                             move ? XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y
+                                  : XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
                              values);
-    } else if (verb == "raise") {
-        const uint32_t mode = XCB_STACK_MODE_ABOVE;
+        if (!move) {
+            w->width = int(a);
+            w->height = int(b);
+            paint(*w);
+        }
+    } else if (verb == "raise" || verb == "lower") {
+        const uint32_t mode = verb == "raise" ? XCB_STACK_MODE_ABOVE : XCB_STACK_MODE_BELOW;
         xcb_configure_window(m_c, id, XCB_CONFIG_WINDOW_STACK_MODE, &mode);
     } else if (verb == "activate") {
         sendToRoot(id, "_NET_ACTIVE_WINDOW", {2, XCB_CURRENT_TIME, 0});
     } else if (verb == "iconify") {
         sendToRoot(id, "WM_CHANGE_STATE", {3 /* IconicState */});
-    } else if (verb == "map") {
-        w->waitingForMap = true;
-        xcb_map_window(m_c, id);
-        xcb_flush(m_c);
-        return;
-    } else if (verb == "unmap") {
-        w->waitingForUnmap = true;
-        xcb_unmap_window(m_c, id);
+    } else if (verb == "map" || verb == "unmap") {
+        // Answered once the server (or the window manager) has done it;
+        // at once when there is nothing to do.
+        const bool map = verb == "map";
+        if (isMapped(id) == map)
+            return reply(answer(map ? "mapped" : "unmapped", name, id));
+        if (map) {
+            w->waitingForMap = true;
+            xcb_map_window(m_c, id);
+        } else {
+            w->waitingForUnmap = true;
+            xcb_unmap_window(m_c, id);
+        }
         xcb_flush(m_c);
         return;
     } else if (verb == "close") {
@@ -335,36 +314,35 @@ void Client::command(const std::string& line)
         return reply("error unknown command " + verb);
     }
     sync();
-    reply("ok " + name + " " + hex(id));
+    reply(answer("ok", name, id));
 }
 
 void Client::drainEvents()
 {
+    // Also the events that a round trip moved into xcb's queue, where poll()
+    // cannot see them: an Expose left there would never be answered.
     while (xcb_generic_event_t* ev = xcb_poll_for_event(m_c)) {
         const uint8_t type = ev->response_type & 0x7f;
         xcb_window_t window = 0;
-        bool mapped = false;
-        if (type == XCB_MAP_NOTIFY) {
+        if (type == XCB_EXPOSE)
+            window = reinterpret_cast<xcb_expose_event_t*>(ev)->window;
+        else if (type == XCB_MAP_NOTIFY)
             window = reinterpret_cast<xcb_map_notify_event_t*>(ev)->window;
-            mapped = true;
-        } else if (type == XCB_UNMAP_NOTIFY) {
+        else if (type == XCB_UNMAP_NOTIFY)
             window = reinterpret_cast<xcb_unmap_notify_event_t*>(ev)->window;
-        }
         free(ev);
-        if (!window)
-            continue;
         for (auto& [name, w] : m_windows) {
             if (w.id != window)
                 continue;
-            if (mapped && w.waitingForMap) {
-                w.waitingForMap = false;
-                reply("mapped " + name + " " + hex(window));
-            } else if (!mapped && w.waitingForUnmap) {
-                w.waitingForUnmap = false;
-                reply("unmapped " + name + " " + hex(window));
-            }
+            if (type == XCB_EXPOSE)
+                paint(w);
+            else if (type == XCB_MAP_NOTIFY && std::exchange(w.waitingForMap, false))
+                reply(answer("mapped", name, window));
+            else if (type == XCB_UNMAP_NOTIFY && std::exchange(w.waitingForUnmap, false))
+                reply(answer("unmapped", name, window));
         }
     }
+    xcb_flush(m_c);
 }
 
 } // namespace

@@ -11,10 +11,11 @@ namespace vistrel::x11 {
 X11Atoms X11Atoms::intern(xcb_connection_t* c)
 {
     X11Atoms atoms;
-    const std::array<std::pair<const char*, xcb_atom_t*>, 30> table{{
+    const std::array<std::pair<const char*, xcb_atom_t*>, 31> table{{
         {"WM_STATE", &atoms.wmState},
         {"WM_CHANGE_STATE", &atoms.wmChangeState},
         {"UTF8_STRING", &atoms.utf8String},
+        {"COMPOUND_TEXT", &atoms.compoundText},
         {"_NET_WM_NAME", &atoms.netWmName},
         {"_NET_WM_PID", &atoms.netWmPid},
         {"_NET_CLIENT_LIST", &atoms.netClientList},

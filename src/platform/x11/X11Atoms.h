@@ -14,6 +14,7 @@ struct X11Atoms {
     xcb_atom_t wmState = XCB_ATOM_NONE;
     xcb_atom_t wmChangeState = XCB_ATOM_NONE;
     xcb_atom_t utf8String = XCB_ATOM_NONE;
+    xcb_atom_t compoundText = XCB_ATOM_NONE;
     xcb_atom_t netWmName = XCB_ATOM_NONE;
     xcb_atom_t netWmPid = XCB_ATOM_NONE;
     xcb_atom_t netClientList = XCB_ATOM_NONE;

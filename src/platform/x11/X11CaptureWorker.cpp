@@ -74,9 +74,12 @@ public:
 
     ~Session()
     {
-        // Resources first, while the connection is still there.
+        // Resources first, while the connection is still there, and the
+        // requests that free them sent before it closes.
         compositor.reset();
         tree.reset();
+        if (connection)
+            xcb_flush(connection.get());
     }
 
     std::optional<PlatformError> open(const QByteArray& displayName)

@@ -22,6 +22,7 @@
 #include "platform/x11/X11RenderFormats.h"
 #include "platform/x11/X11ShmImagePool.h"
 #include "platform/x11/X11WindowTree.h"
+#include "platform/x11/XcbResource.h"
 
 #include <QColor>
 #include <QImage>
@@ -73,6 +74,12 @@ public:
                   bool showCursor, QImage* image);
 
 private:
+    // A pixmap and a picture on it.
+    struct Target {
+        XcbPixmap pixmap;
+        XcbPicture picture;
+        explicit operator bool() const { return bool(picture); }
+    };
     struct Canvas {
         xcb_render_picture_t picture;
         xcb_pixmap_t background;
@@ -80,9 +87,8 @@ private:
     };
 
     void releaseTargets();
-    // A pixmap and a picture on it: ARGB at depth 32, else the root's format.
-    bool createTarget(quint8 depth, quint16 width, quint16 height, xcb_pixmap_t* pixmap,
-                      xcb_render_picture_t* picture);
+    // ARGB at depth 32, else the root's format; empty when the server refused.
+    Target createTarget(quint8 depth, quint16 width, quint16 height);
     // Fill or background, windows and cursor onto `canvas`; only inside
     // `limit` (canvas coordinates) unless it is XCB_NONE.
     void compose(const Canvas& canvas, bool desktop, const QColor& fill,
@@ -99,15 +105,12 @@ private:
 
     QRect m_area;
     QSize m_output;
-    xcb_pixmap_t m_canvas = 0;
-    xcb_render_picture_t m_canvasPicture = 0;
-    xcb_pixmap_t m_scaled = 0;
-    xcb_render_picture_t m_scaledPicture = 0;
+    Target m_canvas;
+    Target m_scaled; // when the output size differs from the area's
     // The desktop's own pixels where no window covers them, kept from frame
     // to frame so that what lies behind an excluded window is the desktop.
-    xcb_pixmap_t m_background = 0;
-    xcb_render_picture_t m_backgroundPicture = 0;
-    xcb_gcontext_t m_backgroundGc = 0;
+    Target m_background;
+    XcbGc m_backgroundGc;
     std::unique_ptr<X11ShmImagePool> m_pool;
 
     // What the canvas holds, so that the next frame can be partial.
@@ -115,17 +118,15 @@ private:
     bool m_lastDesktop = false;
     QRgb m_lastFill = 0;
     QRect m_drawnCursor; // canvas coordinates; empty when none was drawn
-    xcb_damage_damage_t m_rootDamage = 0;
-    xcb_xfixes_region_t m_changed = 0; // this frame's region, canvas coordinates
-    xcb_xfixes_region_t m_scratch = 0;
-    xcb_xfixes_region_t m_windowClip = 0;
-    xcb_xfixes_region_t m_underlay = 0; // what a partial frame draws below the windows
+    XcbDamage m_rootDamage;
+    XcbRegion m_changed; // this frame's region, canvas coordinates
+    XcbRegion m_scratch;
+    XcbRegion m_windowClip;
+    XcbRegion m_underlay; // what a partial frame draws below the windows
 
     const bool m_verify;
-    xcb_pixmap_t m_verifyCanvas = 0;
-    xcb_render_picture_t m_verifyPicture = 0;
-    xcb_pixmap_t m_verifyBackground = 0;
-    xcb_render_picture_t m_verifyBackgroundPicture = 0;
+    Target m_verifyCanvas;
+    Target m_verifyBackground;
     static std::atomic<int> s_verified;
     static std::atomic<int> s_verifyFailures;
 

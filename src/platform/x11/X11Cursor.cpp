@@ -34,38 +34,23 @@ X11Cursor::X11Cursor(xcb_connection_t* connection, const xcb_screen_t* screen,
 {
 }
 
-X11Cursor::~X11Cursor()
-{
-    release(&m_image);
-    release(&m_arrow);
-}
-
-void X11Cursor::release(Image* image)
-{
-    if (image->picture)
-        xcb_render_free_picture(m_c, image->picture);
-    if (image->pixmap)
-        xcb_free_pixmap(m_c, image->pixmap);
-    *image = Image();
-}
-
 void X11Cursor::upload(Image* image, QSize size, QPoint hotspot, const quint32* pixels)
 {
-    release(image);
-    image->pixmap = xcb_generate_id(m_c);
-    xcb_create_pixmap(m_c, 32, image->pixmap, m_screen->root, quint16(size.width()),
-                      quint16(size.height()));
-    const xcb_gcontext_t gc = xcb_generate_id(m_c);
-    xcb_create_gc(m_c, gc, image->pixmap, 0, nullptr);
-    // Premultiplied ARGB, one 32-bit word per pixel, as the picture expects.
-    xcb_put_image(m_c, XCB_IMAGE_FORMAT_Z_PIXMAP, image->pixmap, gc, quint16(size.width()),
-                  quint16(size.height()), 0, 0, 0, 32, quint32(size.width() * size.height() * 4),
-                  reinterpret_cast<const quint8*>(pixels));
-    xcb_free_gc(m_c, gc);
-    image->picture = xcb_generate_id(m_c);
-    xcb_render_create_picture(m_c, image->picture, image->pixmap, m_formats.argb32, 0, nullptr);
-    image->size = size;
-    image->hotspot = hotspot;
+    Image fresh;
+    fresh.pixmap =
+        createPixmap(m_c, 32, m_screen->root, quint16(size.width()), quint16(size.height()));
+    {
+        const XcbGc gc = createGc(m_c, fresh.pixmap.get());
+        // Premultiplied ARGB, one 32-bit word per pixel, as the picture expects.
+        xcb_put_image(m_c, XCB_IMAGE_FORMAT_Z_PIXMAP, fresh.pixmap.get(), gc.get(),
+                      quint16(size.width()), quint16(size.height()), 0, 0, 0, 32,
+                      quint32(size.width() * size.height() * 4),
+                      reinterpret_cast<const quint8*>(pixels));
+    }
+    fresh.picture = createPicture(m_c, fresh.pixmap.get(), m_formats.argb32);
+    fresh.size = size;
+    fresh.hotspot = hotspot;
+    *image = std::move(fresh);
 }
 
 void X11Cursor::load()
@@ -136,8 +121,8 @@ void X11Cursor::draw(xcb_render_picture_t target, QPoint origin) const
     if (!image.picture)
         return;
     const QPoint at = rect().topLeft() - origin;
-    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_OVER, image.picture, XCB_NONE, target, 0, 0, 0, 0,
-                         qint16(at.x()), qint16(at.y()), quint16(image.size.width()),
+    xcb_render_composite(m_c, XCB_RENDER_PICT_OP_OVER, image.picture.get(), XCB_NONE, target, 0, 0,
+                         0, 0, qint16(at.x()), qint16(at.y()), quint16(image.size.width()),
                          quint16(image.size.height()));
 }
 

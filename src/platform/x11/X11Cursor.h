@@ -9,6 +9,7 @@
 #include "platform/WindowAdmission.h"
 #include "platform/x11/X11RenderFormats.h"
 #include "platform/x11/X11WindowTree.h"
+#include "platform/x11/XcbResource.h"
 
 #include <QPoint>
 #include <QRect>
@@ -22,7 +23,6 @@ class X11Cursor {
 public:
     X11Cursor(xcb_connection_t* connection, const xcb_screen_t* screen,
               const X11RenderFormats& formats);
-    ~X11Cursor();
     X11Cursor(const X11Cursor&) = delete;
     X11Cursor& operator=(const X11Cursor&) = delete;
 
@@ -42,15 +42,14 @@ public:
 
 private:
     struct Image {
-        xcb_pixmap_t pixmap = 0;
-        xcb_render_picture_t picture = 0;
+        XcbPixmap pixmap;
+        XcbPicture picture;
         QPoint hotspot;
         QSize size;
     };
 
     void load();
     void upload(Image* image, QSize size, QPoint hotspot, const quint32* pixels);
-    void release(Image* image);
     const Image& shown() const { return m_overHidden ? m_arrow : m_image; }
     bool overHiddenWindow(X11WindowTree& tree, const WindowAdmission& admission) const;
 

@@ -13,8 +13,8 @@ namespace vistrel::x11 {
 
 struct X11ShmImagePool::Buffer {
     State* owner = nullptr;
-    xcb_shm_seg_t segment = 0;
-    xcb_pixmap_t pixmap = 0; // the segment as a pixmap, when the server shares them
+    xcb_shm_seg_t segment = 0; // owned by the pool
+    xcb_pixmap_t pixmap = 0;   // the segment as a pixmap, when the server shares them
     uchar* memory = nullptr;
     bool inUse = false;
     // Worker thread only: what changed since this buffer was last filled.
@@ -50,18 +50,18 @@ void returnBuffer(void* info)
     // after the lock above has been released.
 }
 
-// A shared segment of `bytes`, attached here and by the server; 0 when
+// A shared segment of `bytes`, attached here and by the server; empty when
 // either refused (then `*memory` is what still needs detaching, or null).
-xcb_shm_seg_t attachSegment(xcb_connection_t* c, size_t bytes, uchar** memory)
+XcbShmSegment attachSegment(xcb_connection_t* c, size_t bytes, uchar** memory)
 {
     *memory = nullptr;
     const int id = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
     if (id < 0)
-        return 0;
+        return {};
     void* mapped = shmat(id, nullptr, 0);
     if (mapped == reinterpret_cast<void*>(-1)) {
         shmctl(id, IPC_RMID, nullptr);
-        return 0;
+        return {};
     }
     *memory = static_cast<uchar*>(mapped);
     const xcb_shm_seg_t segment = xcb_generate_id(c);
@@ -69,7 +69,7 @@ xcb_shm_seg_t attachSegment(xcb_connection_t* c, size_t bytes, uchar** memory)
     // Marked for removal at once: the memory goes when the last user detaches,
     // even if this process dies.
     shmctl(id, IPC_RMID, nullptr);
-    return error ? 0 : segment;
+    return error ? XcbShmSegment() : XcbShmSegment(c, segment);
 }
 
 // Above this share of the frame one plain read is cheaper than reading the
@@ -97,42 +97,36 @@ X11ShmImagePool::X11ShmImagePool(xcb_connection_t* connection, QSize size, int c
     for (Buffer& b : m_state->buffers) {
         b.owner = m_state.get();
         b.stale = QRegion(QRect(QPoint(0, 0), size));
-        b.segment = attachSegment(m_c, bytes, &b.memory);
-        if (!b.segment) {
+        XcbShmSegment segment = attachSegment(m_c, bytes, &b.memory);
+        if (!segment) {
             discard();
             return;
         }
+        b.segment = segment.get();
+        m_segments.push_back(std::move(segment));
         if (pixmaps) {
-            b.pixmap = xcb_generate_id(m_c);
+            const xcb_pixmap_t pixmap = xcb_generate_id(m_c);
             auto error = XcbError(xcb_request_check(
-                m_c, xcb_shm_create_pixmap_checked(m_c, b.pixmap, root, quint16(size.width()),
+                m_c, xcb_shm_create_pixmap_checked(m_c, pixmap, root, quint16(size.width()),
                                                    quint16(size.height()), 32, b.segment, 0)));
-            if (error)
-                b.pixmap = 0;
+            if (!error) {
+                b.pixmap = pixmap;
+                m_pixmaps.emplace_back(m_c, pixmap);
+            }
         }
     }
     // All buffers are pixmaps or none is: one way of reading per pool.
-    const bool allPixmaps = std::all_of(m_state->buffers.begin(), m_state->buffers.end(),
-                                        [](const Buffer& b) { return b.pixmap != 0; });
-    for (Buffer& b : m_state->buffers) {
-        if (b.pixmap && !allPixmaps)
-            xcb_free_pixmap(m_c, b.pixmap);
-        if (!allPixmaps)
-            b.pixmap = 0;
-    }
-    if (allPixmaps) {
-        m_copyGc = xcb_generate_id(m_c);
+    if (m_pixmaps.size() == m_state->buffers.size()) {
         const quint32 noExposures = 0;
-        xcb_create_gc(m_c, m_copyGc, m_state->buffers.front().pixmap, XCB_GC_GRAPHICS_EXPOSURES,
-                      &noExposures);
-    }
-    for (const Buffer& b : m_state->buffers) {
-        if (!b.pixmap && !m_scratchSegment) {
-            m_scratchSegment = attachSegment(m_c, bytes, &m_scratch);
-            if (!m_scratchSegment) {
-                discard();
-                return;
-            }
+        m_copyGc = createGc(m_c, m_pixmaps.front().get(), XCB_GC_GRAPHICS_EXPOSURES, &noExposures);
+    } else {
+        m_pixmaps.clear();
+        for (Buffer& b : m_state->buffers)
+            b.pixmap = 0;
+        m_scratchSegment = attachSegment(m_c, bytes, &m_scratch);
+        if (!m_scratchSegment) {
+            discard();
+            return;
         }
     }
     m_valid = true;
@@ -149,23 +143,16 @@ void X11ShmImagePool::discard()
 {
     // Buffers still in flight keep their memory (the images own a reference
     // to the state); the server lets go of every segment now.
-    for (Buffer& b : m_state->buffers) {
-        if (b.pixmap)
-            xcb_free_pixmap(m_c, b.pixmap);
-        b.pixmap = 0;
-        if (b.segment)
-            xcb_shm_detach(m_c, b.segment);
-    }
-    if (m_copyGc)
-        xcb_free_gc(m_c, m_copyGc);
-    m_copyGc = 0;
-    if (m_scratchSegment)
-        xcb_shm_detach(m_c, m_scratchSegment);
-    m_scratchSegment = 0;
+    m_pixmaps.clear();
+    m_copyGc.reset();
+    m_segments.clear();
+    m_scratchSegment.reset();
     xcb_flush(m_c);
     std::lock_guard lock(m_state->mutex);
-    for (Buffer& b : m_state->buffers)
+    for (Buffer& b : m_state->buffers) {
+        b.pixmap = 0;
         b.segment = 0;
+    }
     m_valid = false;
 }
 
@@ -246,11 +233,11 @@ bool X11ShmImagePool::copyInto(Buffer* buffer, xcb_drawable_t source, const QReg
     QList<xcb_rectangle_t> rects;
     for (const QRect& r : region)
         rects.append({qint16(r.x()), qint16(r.y()), quint16(r.width()), quint16(r.height())});
-    xcb_set_clip_rectangles(m_c, XCB_CLIP_ORDERING_UNSORTED, m_copyGc, 0, 0, quint32(rects.size()),
-                            rects.constData());
+    xcb_set_clip_rectangles(m_c, XCB_CLIP_ORDERING_UNSORTED, m_copyGc.get(), 0, 0,
+                            quint32(rects.size()), rects.constData());
     // Checked: the buffer is handed out only once the server has written it.
     auto error = XcbError(xcb_request_check(
-        m_c, xcb_copy_area_checked(m_c, source, buffer->pixmap, m_copyGc, 0, 0, 0, 0,
+        m_c, xcb_copy_area_checked(m_c, source, buffer->pixmap, m_copyGc.get(), 0, 0, 0, 0,
                                    quint16(m_size.width()), quint16(m_size.height()))));
     return !error;
 }
@@ -272,9 +259,9 @@ bool X11ShmImagePool::readParts(Buffer* buffer, xcb_drawable_t source, const QRe
     QList<quint32> offsets;
     quint32 offset = 0;
     for (const QRect& r : region) {
-        cookies.append(xcb_shm_get_image(m_c, source, qint16(r.x()), qint16(r.y()),
-                                         quint16(r.width()), quint16(r.height()), ~0u,
-                                         XCB_IMAGE_FORMAT_Z_PIXMAP, m_scratchSegment, offset));
+        cookies.append(xcb_shm_get_image(
+            m_c, source, qint16(r.x()), qint16(r.y()), quint16(r.width()), quint16(r.height()), ~0u,
+            XCB_IMAGE_FORMAT_Z_PIXMAP, m_scratchSegment.get(), offset));
         offsets.append(offset);
         offset += quint32(r.width() * r.height() * 4);
     }

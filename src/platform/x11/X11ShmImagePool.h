@@ -10,10 +10,13 @@
 // read into it again: the pool tracks, per buffer, the region that changed
 // on the server since that buffer was filled.
 
+#include "platform/x11/XcbResource.h"
+
 #include <QImage>
 #include <QRegion>
 #include <QSize>
 #include <memory>
+#include <vector>
 #include <xcb/shm.h>
 #include <xcb/xcb.h>
 
@@ -62,11 +65,16 @@ private:
     bool m_valid = false;
     QSize m_size;
     std::shared_ptr<State> m_state;
+    // The server's side of the buffers lives here, let go of on this
+    // thread: the buffers may outlive the pool (an image still wraps one)
+    // and only name their segment and pixmap.
+    std::vector<XcbShmSegment> m_segments;
+    std::vector<XcbPixmap> m_pixmaps; // one per buffer, or none
+    XcbGc m_copyGc;                   // with shared pixmaps
     // Sub-rectangles arrive packed, so they are read here first and copied
     // row by row into the buffer.
-    xcb_shm_seg_t m_scratchSegment = 0;
+    XcbShmSegment m_scratchSegment;
     uchar* m_scratch = nullptr;
-    xcb_gcontext_t m_copyGc = 0; // with shared pixmaps
 };
 
 } // namespace vistrel::x11

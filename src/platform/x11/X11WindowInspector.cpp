@@ -1,9 +1,9 @@
 #include "platform/x11/X11WindowInspector.h"
 
+#include "platform/x11/X11Text.h"
 #include "platform/x11/XcbPtr.h"
 
 #include <QFile>
-#include <QStringDecoder>
 #include <xcb/res.h>
 
 using namespace Qt::StringLiterals;
@@ -42,7 +42,8 @@ QList<quint32> cardinals(const xcb_get_property_reply_t* reply)
     return values;
 }
 
-std::optional<QString> text(const xcb_get_property_reply_t* reply, xcb_atom_t utf8)
+// By the property's type: STRING (and anything unknown) is Latin-1.
+std::optional<QString> text(const xcb_get_property_reply_t* reply, const X11Atoms& atoms)
 {
     if (!reply || reply->format != 8)
         return std::nullopt;
@@ -51,8 +52,9 @@ std::optional<QString> text(const xcb_get_property_reply_t* reply, xcb_atom_t ut
     QByteArrayView bytes(data, length);
     if (bytes.endsWith('\0'))
         bytes.chop(1);
-    // Compound text in WM_NAME is rare; its ASCII part reads the same as Latin-1.
-    return reply->type == utf8 ? QString::fromUtf8(bytes) : QString::fromLatin1(bytes);
+    return decodeText(bytes, reply->type == atoms.utf8String     ? TextEncoding::utf8
+                             : reply->type == atoms.compoundText ? TextEncoding::compoundText
+                                                                 : TextEncoding::latin1);
 }
 
 // "instance\0class\0": the class part names the application.
@@ -68,10 +70,10 @@ QString windowClassOf(const xcb_get_property_reply_t* reply)
 }
 
 std::optional<QString> applicationIdOf(const xcb_get_property_reply_t* gtk,
-                                       const xcb_get_property_reply_t* kde, xcb_atom_t utf8)
+                                       const xcb_get_property_reply_t* kde, const X11Atoms& atoms)
 {
     for (const auto* reply : {gtk, kde}) {
-        if (auto id = text(reply, utf8); id && !id->isEmpty())
+        if (auto id = text(reply, atoms); id && !id->isEmpty())
             return id;
     }
     return std::nullopt;
@@ -184,7 +186,7 @@ X11Ownership X11WindowInspector::ownership(xcb_window_t topLevel, bool overrideR
     auto kdeReply = takeProperty(m_c, kdeId);
     auto typeReply = takeProperty(m_c, type);
     owner.windowClass = windowClassOf(classReply.get());
-    owner.applicationID = applicationIdOf(gtkReply.get(), kdeReply.get(), a.utf8String);
+    owner.applicationID = applicationIdOf(gtkReply.get(), kdeReply.get(), a);
     owner.layer = layerOf(typeReply.get(), overrideRedirect);
     owner.processID = ownerProcessID(owner.client);
     return owner;
@@ -297,10 +299,10 @@ std::variant<X11WindowInfo, QString> X11WindowInspector::inspect(xcb_window_t cl
         QRect(outer->x, outer->y, outer->width + 2 * border, outer->height + 2 * border);
     info.clientGeometry = QRect(origin->dst_x, origin->dst_y, inner->width, inner->height);
     info.windowClass = windowClassOf(classReply.get());
-    info.title = text(netNameReply.get(), a.utf8String);
+    info.title = text(netNameReply.get(), a);
     if (!info.title)
-        info.title = text(wmNameReply.get(), a.utf8String);
-    info.applicationID = applicationIdOf(gtkReply.get(), kdeReply.get(), a.utf8String);
+        info.title = text(wmNameReply.get(), a);
+    info.applicationID = applicationIdOf(gtkReply.get(), kdeReply.get(), a);
     info.layer = layerOf(typeReply.get(), info.overrideRedirect);
     info.hidden = cardinals(stateReply.get()).contains(a.netWmStateHidden);
     if (const auto values = cardinals(desktopReply.get()); !values.isEmpty())

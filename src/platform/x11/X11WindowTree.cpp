@@ -2,46 +2,27 @@
 
 #include "platform/x11/XcbPtr.h"
 
-#include <cstring>
 #include <xcb/composite.h>
+#include <xcb/damage.h>
 #include <xcb/shape.h>
 
 namespace vistrel::x11 {
 
-namespace {
-
-// How deep below a top-level its windows are exposed for repainting.
-constexpr int maxClientSearchDepth = 3;
-
-} // namespace
-
 X11WindowTree::X11WindowTree(xcb_connection_t* connection, xcb_window_t root,
                              const X11Extensions& extensions, const X11RenderFormats& formats)
     : m_c(connection), m_root(root), m_ext(extensions), m_formats(formats),
-      m_inspector(connection, root, extensions.hasResource)
+      m_owners(connection, root, extensions.hasResource)
 {
 }
 
 X11WindowTree::~X11WindowTree()
 {
-    for (TopLevel& w : m_windows) {
-        releasePixmap(w);
-        if (w.damage)
-            xcb_damage_destroy(m_c, w.damage);
-        for (xcb_xfixes_region_t r : {w.valid, w.shape, w.clip})
-            if (r)
-                xcb_xfixes_destroy_region(m_c, r);
-    }
-    if (m_parts)
-        xcb_xfixes_destroy_region(m_c, m_parts);
     xcb_composite_unredirect_subwindows(m_c, m_root, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
-    xcb_flush(m_c);
 }
 
 bool X11WindowTree::initialize()
 {
-    m_parts = xcb_generate_id(m_c);
-    xcb_xfixes_create_region(m_c, m_parts, 0, nullptr);
+    m_parts = createRegion(m_c);
 
     // Events first, so that nothing between the tree query and the
     // selection goes unseen.
@@ -60,23 +41,14 @@ bool X11WindowTree::initialize()
     const xcb_window_t* children = xcb_query_tree_children(tree.get());
     const int count = xcb_query_tree_children_length(tree.get());
     for (int i = 0; i < count; ++i) {
-        auto [geometry, gError] =
-            xcbReply(xcb_get_geometry_reply, m_c, xcb_get_geometry(m_c, children[i]));
-        if (!geometry)
-            continue; // vanished meanwhile
-        TopLevel* w =
-            add(children[i],
-                QRect(geometry->x, geometry->y, geometry->width + 2 * geometry->border_width,
-                      geometry->height + 2 * geometry->border_width),
-                geometry->border_width, false);
-        readAttributes(*w);
-        if (w->mapped) {
-            resolveFacts(*w);
+        TopLevel* w = adopt(children[i], false);
+        if (w && w->mapped) {
+            resolveOwner(*w);
             // The redirection just gave it a pixmap filled from the screen,
             // where windows above it showed: only what its owner paints from
             // now on counts.
-            forgetPainting(*w);
-            requestRepaint(w->id);
+            w->resources.forgetPainting();
+            w->resources.requestRepaint();
         }
     }
     return true;
@@ -85,7 +57,7 @@ bool X11WindowTree::initialize()
 TopLevel* X11WindowTree::find(xcb_window_t id)
 {
     auto it = m_windows.find(id);
-    return it == m_windows.end() ? nullptr : &*it;
+    return it == m_windows.end() ? nullptr : &it->second;
 }
 
 TopLevel* X11WindowTree::add(xcb_window_t id, const QRect& outer, int border, bool overrideRedirect)
@@ -96,35 +68,36 @@ TopLevel* X11WindowTree::add(xcb_window_t id, const QRect& outer, int border, bo
     w.outer = outer;
     w.border = border;
     w.overrideRedirect = overrideRedirect;
-    w.damage = xcb_generate_id(m_c);
-    xcb_damage_create(m_c, w.damage, id, XCB_DAMAGE_REPORT_LEVEL_NON_EMPTY);
-    w.valid = xcb_generate_id(m_c);
-    xcb_xfixes_create_region(m_c, w.valid, 0, nullptr);
-    w.clip = xcb_generate_id(m_c);
-    xcb_xfixes_create_region(m_c, w.clip, 0, nullptr);
-    xcb_shape_select_input(m_c, id, 1);
+    w.resources = X11WindowResources(m_c, id);
     // Reparenting into a frame changes who owns what the frame shows; an
     // unframed window is its own client, whose properties name its owner.
     const quint32 events = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
     xcb_change_window_attributes(m_c, id, XCB_CW_EVENT_MASK, &events);
     m_stacking.append(id);
-    return &*m_windows.insert(id, w);
+    return &m_windows.insert_or_assign(id, std::move(w)).first->second;
+}
+
+TopLevel* X11WindowTree::adopt(xcb_window_t id, bool overrideRedirect)
+{
+    auto [geometry, error] = xcbReply(xcb_get_geometry_reply, m_c, xcb_get_geometry(m_c, id));
+    if (!geometry)
+        return nullptr; // vanished meanwhile
+    const int border = geometry->border_width;
+    TopLevel* w = add(id,
+                      QRect(geometry->x, geometry->y, geometry->width + 2 * border,
+                            geometry->height + 2 * border),
+                      border, overrideRedirect);
+    readAttributes(*w);
+    return w;
 }
 
 void X11WindowTree::remove(xcb_window_t id)
 {
-    auto it = m_windows.find(id);
-    if (it == m_windows.end())
-        return;
-    releasePixmap(*it);
-    // The damage object dies with the window; destroying it twice is a
-    // harmless error, leaking it for a window reparented away is not.
-    xcb_damage_destroy(m_c, it->damage);
-    for (xcb_xfixes_region_t r : {it->valid, it->shape, it->clip})
-        if (r)
-            xcb_xfixes_destroy_region(m_c, r);
-    m_windows.erase(it);
-    m_stacking.removeOne(id);
+    // Its resources go with it. The damage object dies with the window;
+    // destroying it twice is a harmless error, leaking it for a window
+    // reparented away is not.
+    if (m_windows.erase(id))
+        m_stacking.removeOne(id);
 }
 
 void X11WindowTree::restack(xcb_window_t id, xcb_window_t above)
@@ -142,28 +115,6 @@ void X11WindowTree::restack(xcb_window_t id, xcb_window_t above)
         m_stacking.insert(index + 1, id);
 }
 
-void X11WindowTree::releasePixmap(TopLevel& w)
-{
-    if (w.picture)
-        xcb_render_free_picture(m_c, w.picture);
-    if (w.pixmap)
-        xcb_free_pixmap(m_c, w.pixmap);
-    w.picture = 0;
-    w.pixmap = 0;
-    w.pixmapStale = true;
-}
-
-void X11WindowTree::forgetPainting(TopLevel& w)
-{
-    // Damage still pending belongs to the old pixmap: drop it with the rest.
-    releasePixmap(w);
-    xcb_damage_subtract(m_c, w.damage, XCB_NONE, XCB_NONE);
-    w.damaged = false;
-    xcb_xfixes_set_region(m_c, w.valid, 0, nullptr);
-    w.clipStale = true;
-    w.shapeStale = true;
-}
-
 void X11WindowTree::readAttributes(TopLevel& w)
 {
     auto [attributes, error] =
@@ -178,118 +129,27 @@ void X11WindowTree::readAttributes(TopLevel& w)
     w.visual = attributes->visual;
 }
 
-bool X11WindowTree::ownsFacts(xcb_atom_t property) const
+void X11WindowTree::resolveOwner(TopLevel& w)
 {
-    const X11Atoms& a = m_inspector.atoms();
-    return property == XCB_ATOM_WM_CLASS || property == a.wmState || property == a.netWmPid ||
-           property == a.netWmWindowType || property == a.gtkApplicationId ||
-           property == a.kdeNetWmDesktopFile;
-}
-
-void X11WindowTree::resolveFacts(TopLevel& w)
-{
-    WindowFacts facts = m_inspector.ownership(w.id, w.overrideRedirect).facts();
-    // A frame whose client has left is on its way out, and its pixmap may
-    // still hold the client's last pixels: it has no owner that could be
-    // shown until a client lives in it again.
-    if (facts.windowID == w.id && w.factsResolved && (w.orphaned || w.facts.windowID != w.id)) {
-        facts.ownerPid.reset();
-        w.orphaned = true;
-    } else {
-        w.orphaned = false;
-    }
-    const bool changed = w.factsResolved &&
-                         (facts.windowID != w.facts.windowID || facts.ownerPid != w.facts.ownerPid);
-    if (facts.windowID != w.id && (!w.factsResolved || facts.windowID != w.facts.windowID)) {
-        // The client's class, pid and type can change after it is mapped.
-        const quint32 events = XCB_EVENT_MASK_PROPERTY_CHANGE;
-        xcb_change_window_attributes(m_c, facts.windowID, XCB_CW_EVENT_MASK, &events);
-    }
-    w.facts = facts;
-    w.factsResolved = true;
-    if (changed && w.mapped) {
+    if (m_owners.resolve(w) && w.mapped) {
         // A frame whose client left still holds that client's last pixels
         // (and one that just got a client may hold another's): nothing
         // painted under the old owner is shown under the new one.
-        forgetPainting(w);
-        requestRepaint(w.id);
-    }
-}
-
-void X11WindowTree::requestRepaint(xcb_window_t top)
-{
-    // What the window painted before its damage was being watched counts as
-    // unpainted; exposing the window and everything inside it makes the
-    // owners paint it again, this time under watch.
-    QList<xcb_window_t> level{top};
-    for (int depth = 0; depth <= maxClientSearchDepth && !level.isEmpty(); ++depth) {
-        QList<xcb_window_t> next;
-        QList<xcb_query_tree_cookie_t> cookies;
-        for (xcb_window_t window : level) {
-            xcb_clear_area(m_c, 1, window, 0, 0, 0, 0);
-            if (depth < maxClientSearchDepth)
-                cookies.append(xcb_query_tree(m_c, window));
-        }
-        for (const auto& cookie : cookies) {
-            auto [tree, error] = xcbReply(xcb_query_tree_reply, m_c, cookie);
-            if (!tree)
-                continue;
-            const xcb_window_t* children = xcb_query_tree_children(tree.get());
-            for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i)
-                next.append(children[i]);
-        }
-        level = next;
+        w.resources.forgetPainting();
+        w.resources.requestRepaint();
     }
 }
 
 void X11WindowTree::takeDamage(TopLevel& w, xcb_xfixes_region_t changed)
 {
-    if (!w.damaged)
-        return;
-    w.damaged = false;
-    xcb_damage_subtract(m_c, w.damage, XCB_NONE, m_parts);
-    xcb_xfixes_union_region(m_c, w.valid, m_parts, w.valid);
-    if (changed)
-        xcb_xfixes_union_region(m_c, changed, m_parts, changed);
-    w.clipStale = true;
+    w.resources.takeDamage(m_parts.get(), changed);
 }
 
 bool X11WindowTree::prepare(TopLevel& w)
 {
     if (!w.mapped || w.inputOnly || !w.factsResolved)
         return false;
-    if (w.pixmapStale) {
-        releasePixmap(w);
-        const xcb_render_pictformat_t format = m_formats.forVisual(w.visual);
-        if (!format)
-            return false;
-        w.pixmap = xcb_generate_id(m_c);
-        auto named = XcbError(
-            xcb_request_check(m_c, xcb_composite_name_window_pixmap_checked(m_c, w.id, w.pixmap)));
-        if (named) {
-            w.pixmap = 0; // unmapped meanwhile; its unmap event is on its way
-            return false;
-        }
-        w.picture = xcb_generate_id(m_c);
-        const quint32 values[] = {XCB_SUBWINDOW_MODE_INCLUDE_INFERIORS};
-        xcb_render_create_picture(m_c, w.picture, w.pixmap, format, XCB_RENDER_CP_SUBWINDOW_MODE,
-                                  values);
-        w.pictureHasAlpha = m_formats.hasAlpha.value(format, false);
-        w.pixmapStale = false;
-    }
-    if (w.shapeStale) {
-        if (w.shape)
-            xcb_xfixes_destroy_region(m_c, w.shape);
-        w.shape = xcb_generate_id(m_c);
-        xcb_xfixes_create_region_from_window(m_c, w.shape, w.id, XCB_SHAPE_SK_BOUNDING);
-        w.shapeStale = false;
-        w.clipStale = true;
-    }
-    if (w.clipStale) {
-        xcb_xfixes_intersect_region(m_c, w.valid, w.shape, w.clip);
-        w.clipStale = false;
-    }
-    return true;
+    return w.resources.prepare(m_formats, w.visual);
 }
 
 X11WindowTree::Change X11WindowTree::handleEvent(const xcb_generic_event_t* event,
@@ -299,167 +159,188 @@ X11WindowTree::Change X11WindowTree::handleEvent(const xcb_generic_event_t* even
     const quint8 type = event->response_type & 0x7f;
     if (type == m_ext.damageFirstEvent + XCB_DAMAGE_NOTIFY) {
         const auto* e = reinterpret_cast<const xcb_damage_notify_event_t*>(event);
-        if (TopLevel* w = find(e->drawable)) {
-            w->damaged = true;
-            *window = w->id;
-            return Change::content;
-        }
-        return Change::none;
+        TopLevel* w = find(e->drawable);
+        if (!w)
+            return Change::none;
+        w->resources.noteDamage();
+        *window = w->id;
+        return Change::content;
     }
     if (type == m_ext.shapeFirstEvent + XCB_SHAPE_NOTIFY) {
         const auto* e = reinterpret_cast<const xcb_shape_notify_event_t*>(event);
-        if (TopLevel* w = find(e->affected_window)) {
-            w->shapeStale = true;
-            *window = w->id;
-            return Change::structure;
-        }
-        return Change::none;
+        TopLevel* w = find(e->affected_window);
+        if (!w)
+            return Change::none;
+        w->resources.noteShapeChange();
+        *window = w->id;
+        return Change::structure;
     }
     switch (type) {
-    case XCB_CREATE_NOTIFY: {
-        const auto* e = reinterpret_cast<const xcb_create_notify_event_t*>(event);
-        if (e->parent != m_root)
-            return Change::none;
-        TopLevel* w =
-            add(e->window,
-                QRect(e->x, e->y, e->width + 2 * e->border_width, e->height + 2 * e->border_width),
-                e->border_width, e->override_redirect);
-        readAttributes(*w);
-        w->mapped = false; // a map event follows if it is mapped already
-        *window = e->window;
-        return Change::none;
-    }
+    case XCB_CREATE_NOTIFY:
+        return onCreated(*reinterpret_cast<const xcb_create_notify_event_t*>(event), window);
     case XCB_DESTROY_NOTIFY: {
         const auto* e = reinterpret_cast<const xcb_destroy_notify_event_t*>(event);
-        if (e->event != m_root) {
-            // Something inside a frame went away: re-read who owns it.
-            if (TopLevel* w = find(e->event); w && w->mapped)
-                resolveFacts(*w);
-            *window = e->event;
-            return Change::structure;
-        }
-        const bool wasMapped = find(e->window) && find(e->window)->mapped;
-        remove(e->window);
-        *window = e->window;
-        return wasMapped ? Change::structure : Change::none;
+        return e->event == m_root ? onLeft(e->window, window) : onContentChanged(e->event, window);
     }
-    case XCB_MAP_NOTIFY: {
-        const auto* e = reinterpret_cast<const xcb_map_notify_event_t*>(event);
-        TopLevel* w = find(e->event == m_root ? e->window : e->event);
-        if (!w)
-            return Change::none;
-        if (e->event == m_root) {
-            w->mapped = true;
-            w->overrideRedirect = e->override_redirect;
-            // The server hands out a new pixmap on map, which may hold what lay
-            // under the window until its owner paints.
-            forgetPainting(*w);
-            w->orphaned = false; // mapped anew: whoever lives in it now owns it
-            w->factsResolved = false;
-        }
-        // Owner first, before this window can reach any frame.
-        resolveFacts(*w);
-        if (e->event == m_root)
-            requestRepaint(w->id);
-        *window = w->id;
-        return Change::structure;
-    }
-    case XCB_UNMAP_NOTIFY: {
-        const auto* e = reinterpret_cast<const xcb_unmap_notify_event_t*>(event);
-        if (e->event != m_root)
-            return Change::none;
-        TopLevel* w = find(e->window);
-        if (!w)
-            return Change::none;
-        w->mapped = false;
-        releasePixmap(*w);
-        *window = w->id;
-        return Change::structure;
-    }
-    case XCB_REPARENT_NOTIFY: {
-        const auto* e = reinterpret_cast<const xcb_reparent_notify_event_t*>(event);
-        if (e->event != m_root) {
-            if (TopLevel* w = find(e->event); w && w->mapped)
-                resolveFacts(*w);
-            *window = e->event;
-            return Change::structure;
-        }
-        if (e->parent == m_root) {
-            auto [geometry, error] =
-                xcbReply(xcb_get_geometry_reply, m_c, xcb_get_geometry(m_c, e->window));
-            if (!geometry)
-                return Change::none;
-            TopLevel* w =
-                add(e->window,
-                    QRect(geometry->x, geometry->y, geometry->width + 2 * geometry->border_width,
-                          geometry->height + 2 * geometry->border_width),
-                    geometry->border_width, e->override_redirect);
-            readAttributes(*w);
-            if (w->mapped)
-                resolveFacts(*w);
-            *window = e->window;
-            return Change::structure;
-        }
-        const bool wasMapped = find(e->window) && find(e->window)->mapped;
-        remove(e->window);
-        *window = e->window;
-        return wasMapped ? Change::structure : Change::none;
-    }
-    case XCB_CONFIGURE_NOTIFY: {
-        const auto* e = reinterpret_cast<const xcb_configure_notify_event_t*>(event);
-        if (e->event != m_root || e->window == m_root)
-            return e->window == m_root ? Change::structure : Change::none;
-        TopLevel* w = find(e->window);
-        if (!w)
-            return Change::none;
-        const QRect outer(e->x, e->y, e->width + 2 * e->border_width,
-                          e->height + 2 * e->border_width);
-        bool resize = false;
-        if (outer.size() != w->outer.size() || e->border_width != w->border) {
-            // A new pixmap, filled by the server from whatever the screen
-            // showed there: nothing counts until the owner paints again.
-            forgetPainting(*w);
-            resize = true;
-        }
-        w->outer = outer;
-        w->border = e->border_width;
-        w->overrideRedirect = e->override_redirect;
-        restack(w->id, e->above_sibling);
-        if (resize && w->mapped)
-            requestRepaint(w->id);
-        *window = w->id;
-        return w->mapped ? Change::structure : Change::none;
-    }
-    case XCB_PROPERTY_NOTIFY: {
-        const auto* e = reinterpret_cast<const xcb_property_notify_event_t*>(event);
-        if (e->window == m_root || !ownsFacts(e->atom))
-            return Change::none;
-        for (TopLevel& w : m_windows) {
-            if (w.id != e->window && !(w.factsResolved && w.facts.windowID == e->window))
-                continue;
-            if (!w.mapped)
-                return Change::none;
-            const WindowFacts before = w.facts;
-            resolveFacts(w);
-            *window = w.id;
-            return w.facts == before ? Change::none : Change::structure;
-        }
-        return Change::none;
-    }
-    case XCB_CIRCULATE_NOTIFY: {
-        const auto* e = reinterpret_cast<const xcb_circulate_notify_event_t*>(event);
-        if (e->event != m_root || !m_stacking.removeOne(e->window))
-            return Change::none;
-        if (e->place == XCB_PLACE_ON_TOP)
-            m_stacking.append(e->window);
-        else
-            m_stacking.prepend(e->window);
-        *window = e->window;
-        return Change::structure;
-    }
+    case XCB_MAP_NOTIFY:
+        return onMapped(*reinterpret_cast<const xcb_map_notify_event_t*>(event), window);
+    case XCB_UNMAP_NOTIFY:
+        return onUnmapped(*reinterpret_cast<const xcb_unmap_notify_event_t*>(event), window);
+    case XCB_REPARENT_NOTIFY:
+        return onReparented(*reinterpret_cast<const xcb_reparent_notify_event_t*>(event), window);
+    case XCB_CONFIGURE_NOTIFY:
+        return onConfigured(*reinterpret_cast<const xcb_configure_notify_event_t*>(event), window);
+    case XCB_PROPERTY_NOTIFY:
+        return onPropertyChanged(*reinterpret_cast<const xcb_property_notify_event_t*>(event),
+                                 window);
+    case XCB_CIRCULATE_NOTIFY:
+        return onCirculated(*reinterpret_cast<const xcb_circulate_notify_event_t*>(event), window);
     default:
         return Change::none;
     }
+}
+
+X11WindowTree::Change X11WindowTree::onCreated(const xcb_create_notify_event_t& e,
+                                               xcb_window_t* window)
+{
+    if (e.parent != m_root)
+        return Change::none;
+    TopLevel* w =
+        add(e.window, QRect(e.x, e.y, e.width + 2 * e.border_width, e.height + 2 * e.border_width),
+            e.border_width, e.override_redirect);
+    readAttributes(*w);
+    w->mapped = false; // a map event follows if it is mapped already
+    *window = e.window;
+    return Change::none;
+}
+
+X11WindowTree::Change X11WindowTree::onContentChanged(xcb_window_t top, xcb_window_t* window)
+{
+    // Something inside a frame went away: re-read who owns it.
+    if (TopLevel* w = find(top); w && w->mapped)
+        resolveOwner(*w);
+    *window = top;
+    return Change::structure;
+}
+
+X11WindowTree::Change X11WindowTree::onLeft(xcb_window_t id, xcb_window_t* window)
+{
+    const TopLevel* w = find(id);
+    const bool wasMapped = w && w->mapped;
+    remove(id);
+    *window = id;
+    return wasMapped ? Change::structure : Change::none;
+}
+
+X11WindowTree::Change X11WindowTree::onMapped(const xcb_map_notify_event_t& e, xcb_window_t* window)
+{
+    const bool topLevel = e.event == m_root;
+    TopLevel* w = find(topLevel ? e.window : e.event);
+    if (!w)
+        return Change::none;
+    if (topLevel) {
+        w->mapped = true;
+        w->overrideRedirect = e.override_redirect;
+        // The server hands out a new pixmap on map, which may hold what lay
+        // under the window until its owner paints.
+        w->resources.forgetPainting();
+        w->orphaned = false; // mapped anew: whoever lives in it now owns it
+        w->factsResolved = false;
+    }
+    // Owner first, before this window can reach any frame.
+    resolveOwner(*w);
+    if (topLevel)
+        w->resources.requestRepaint();
+    *window = w->id;
+    return Change::structure;
+}
+
+X11WindowTree::Change X11WindowTree::onUnmapped(const xcb_unmap_notify_event_t& e,
+                                                xcb_window_t* window)
+{
+    if (e.event != m_root)
+        return Change::none;
+    TopLevel* w = find(e.window);
+    if (!w)
+        return Change::none;
+    w->mapped = false;
+    w->resources.releasePixmap();
+    *window = w->id;
+    return Change::structure;
+}
+
+X11WindowTree::Change X11WindowTree::onReparented(const xcb_reparent_notify_event_t& e,
+                                                  xcb_window_t* window)
+{
+    if (e.event != m_root)
+        return onContentChanged(e.event, window);
+    if (e.parent != m_root)
+        return onLeft(e.window, window);
+    TopLevel* w = adopt(e.window, e.override_redirect);
+    if (!w)
+        return Change::none;
+    if (w->mapped)
+        resolveOwner(*w);
+    *window = e.window;
+    return Change::structure;
+}
+
+X11WindowTree::Change X11WindowTree::onConfigured(const xcb_configure_notify_event_t& e,
+                                                  xcb_window_t* window)
+{
+    if (e.window == m_root)
+        return Change::structure;
+    if (e.event != m_root)
+        return Change::none;
+    TopLevel* w = find(e.window);
+    if (!w)
+        return Change::none;
+    const QRect outer(e.x, e.y, e.width + 2 * e.border_width, e.height + 2 * e.border_width);
+    const bool resized = outer.size() != w->outer.size() || e.border_width != w->border;
+    if (resized) {
+        // A new pixmap, filled by the server from whatever the screen
+        // showed there: nothing counts until the owner paints again.
+        w->resources.forgetPainting();
+    }
+    w->outer = outer;
+    w->border = e.border_width;
+    w->overrideRedirect = e.override_redirect;
+    restack(w->id, e.above_sibling);
+    if (resized && w->mapped)
+        w->resources.requestRepaint();
+    *window = w->id;
+    return w->mapped ? Change::structure : Change::none;
+}
+
+X11WindowTree::Change X11WindowTree::onPropertyChanged(const xcb_property_notify_event_t& e,
+                                                       xcb_window_t* window)
+{
+    if (e.window == m_root || !m_owners.isOwnerProperty(e.atom))
+        return Change::none;
+    for (auto& [id, w] : m_windows) {
+        if (id != e.window && !(w.factsResolved && w.facts.windowID == e.window))
+            continue;
+        if (!w.mapped)
+            return Change::none;
+        const WindowFacts before = w.facts;
+        resolveOwner(w);
+        *window = w.id;
+        return w.facts == before ? Change::none : Change::structure;
+    }
+    return Change::none;
+}
+
+X11WindowTree::Change X11WindowTree::onCirculated(const xcb_circulate_notify_event_t& e,
+                                                  xcb_window_t* window)
+{
+    if (e.event != m_root || !m_stacking.removeOne(e.window))
+        return Change::none;
+    if (e.place == XCB_PLACE_ON_TOP)
+        m_stacking.append(e.window);
+    else
+        m_stacking.prepend(e.window);
+    *window = e.window;
+    return Change::structure;
 }
 
 } // namespace vistrel::x11

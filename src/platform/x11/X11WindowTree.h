@@ -1,59 +1,26 @@
 #pragma once
 
-// The root's children as the compositor sees them: stacking order, geometry,
-// map state, the owner of each (client window, process, kind) and the
-// server-side resources it composites from (named pixmap, picture, damage and
-// the region of pixels known to be painted).
+// The root's children as the compositor sees them, kept current from the
+// server's events: stacking order, geometry, map state, owners (through
+// X11WindowOwners) and the resources each is drawn from.
 //
 // Worker thread only. Coordinates are root coordinates (y-down, pixels);
 // regions are window-relative (origin inside the border), like Damage and
 // Shape report them.
 
-#include "platform/WindowAdmission.h"
 #include "platform/x11/X11Extensions.h"
 #include "platform/x11/X11RenderFormats.h"
-#include "platform/x11/X11WindowInspector.h"
+#include "platform/x11/X11TopLevel.h"
+#include "platform/x11/X11WindowOwners.h"
+#include "platform/x11/XcbResource.h"
 
-#include <QHash>
 #include <QList>
 #include <QRect>
-#include <xcb/damage.h>
+#include <unordered_map>
 #include <xcb/xcb.h>
 #include <xcb/xfixes.h>
 
 namespace vistrel::x11 {
-
-struct TopLevel {
-    xcb_window_t id = 0;
-    QRect outer; // including the border
-    int border = 0;
-    bool mapped = false;
-    bool overrideRedirect = false;
-    bool inputOnly = false;
-    xcb_visualid_t visual = 0;
-
-    // Resolved whenever the window or its content changes owner (map,
-    // reparent inside it, the client's class, pid or type property);
-    // compositing waits for it, and admission never draws an unknown owner.
-    bool factsResolved = false;
-    WindowFacts facts;
-    bool orphaned = false; // a frame that lost its client: never drawn
-
-    xcb_damage_damage_t damage = 0;
-    xcb_pixmap_t pixmap = 0;
-    xcb_render_picture_t picture = 0;
-    bool pictureHasAlpha = false;
-    // Painted pixels of the current pixmap: a fresh pixmap (map, resize)
-    // may hold what lay under the window, so only damaged pixels count.
-    xcb_xfixes_region_t valid = 0;
-    xcb_xfixes_region_t shape = 0; // bounding shape
-    xcb_xfixes_region_t clip = 0;  // valid ∩ shape
-    bool pixmapStale = true;
-    bool shapeStale = true;
-    bool clipStale = true;
-    bool damaged = false;
-    bool drawn = false; // part of the latest frame
-};
 
 class X11WindowTree {
 public:
@@ -80,27 +47,38 @@ public:
     // part (window-relative) is also added to `changed` when one is given.
     void takeDamage(TopLevel& window, xcb_xfixes_region_t changed = XCB_NONE);
     // Makes the picture and clip current; false when the window cannot be
-    // drawn this frame (not viewable, vanished).
+    // drawn this frame (not viewable, owner unknown, vanished).
     bool prepare(TopLevel& window);
 
 private:
     TopLevel* add(xcb_window_t id, const QRect& outer, int border, bool overrideRedirect);
+    // Adds a window found on the root, reading its geometry and attributes.
+    TopLevel* adopt(xcb_window_t id, bool overrideRedirect);
     void remove(xcb_window_t id);
     void restack(xcb_window_t id, xcb_window_t above);
-    void releasePixmap(TopLevel& window);
-    void resolveFacts(TopLevel& window);
-    void requestRepaint(xcb_window_t top);
     void readAttributes(TopLevel& window);
-    void forgetPainting(TopLevel& window);
-    bool ownsFacts(xcb_atom_t property) const;
+    void resolveOwner(TopLevel& window);
+
+    // One kind of event each.
+    Change onCreated(const xcb_create_notify_event_t& e, xcb_window_t* window);
+    Change onMapped(const xcb_map_notify_event_t& e, xcb_window_t* window);
+    Change onUnmapped(const xcb_unmap_notify_event_t& e, xcb_window_t* window);
+    Change onReparented(const xcb_reparent_notify_event_t& e, xcb_window_t* window);
+    Change onConfigured(const xcb_configure_notify_event_t& e, xcb_window_t* window);
+    Change onPropertyChanged(const xcb_property_notify_event_t& e, xcb_window_t* window);
+    Change onCirculated(const xcb_circulate_notify_event_t& e, xcb_window_t* window);
+    // Something inside a frame was destroyed or reparented away.
+    Change onContentChanged(xcb_window_t top, xcb_window_t* window);
+    // A top-level was destroyed or reparented away from the root.
+    Change onLeft(xcb_window_t id, xcb_window_t* window);
 
     xcb_connection_t* m_c;
     xcb_window_t m_root;
     X11Extensions m_ext;
     const X11RenderFormats& m_formats;
-    X11WindowInspector m_inspector;
-    xcb_xfixes_region_t m_parts = 0;
-    QHash<xcb_window_t, TopLevel> m_windows;
+    X11WindowOwners m_owners;
+    XcbRegion m_parts;
+    std::unordered_map<xcb_window_t, TopLevel> m_windows;
     QList<xcb_window_t> m_stacking;
 };
 

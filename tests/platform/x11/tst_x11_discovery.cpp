@@ -1,20 +1,28 @@
-// Discovery against a real X server: openbox manages windows of separate
-// client processes; the snapshot must say who owns what, where, and whether
-// it is visible.
+// Discovery, screens, capture access and the backend entry point against a
+// real X server: openbox manages windows of separate client processes; the
+// snapshot must say who owns what, where, under which title, and whether it
+// is visible. Qt itself runs on the session's display (xcb platform), so
+// QScreen reports what a user's desktop would.
 
+#include "platform/x11/X11CaptureBackend.h"
 #include "platform/x11/X11Monitors.h"
+#include "platform/x11/X11Permission.h"
+#include "platform/x11/X11ScreenProvider.h"
 #include "platform/x11/X11ShareableContentSource.h"
+#include "platform/x11/X11UrlOpener.h"
 #include "platform/x11/X11WindowInspector.h"
-#include "support_x11session.h"
+#include "platform/x11/x11_harness.h"
 
+#include <QFile>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QTest>
 #include <QThread>
 
 using namespace Qt::StringLiterals;
 using namespace vistrel;
 using namespace vistrel::x11;
-using namespace vistrel::testsupport;
+using namespace vistrel::x11test;
 
 namespace {
 
@@ -28,10 +36,8 @@ const LiveWindow* findWindow(const ShareableContent& content, quint32 id)
 
 qsizetype indexOf(const ShareableContent& content, quint32 id)
 {
-    for (qsizetype i = 0; i < content.windows.size(); ++i)
-        if (content.windows[i].windowID == id)
-            return i;
-    return -1;
+    const LiveWindow* w = findWindow(content, id);
+    return w ? w - content.windows.constData() : -1;
 }
 
 // The frame holds what the client asked for, give or take the decoration.
@@ -42,46 +48,58 @@ bool frameFits(const QRectF& frame, const QRect& asked)
            qAbs(frame.x() - asked.x()) <= 20 && qAbs(frame.y() - asked.y()) <= 60;
 }
 
+ShareableContent snapshot(const QByteArray& display, bool excludeDesktop = false,
+                          bool onScreenOnly = false)
+{
+    auto result = X11ShareableContentSource::snapshot(display, excludeDesktop, onScreenOnly);
+    if (auto* error = std::get_if<PlatformError>(&result)) {
+        qWarning("snapshot failed: %s", qPrintable(error->localizedDescription));
+        return {};
+    }
+    return std::get<ShareableContent>(result);
+}
+
 } // namespace
 
 class TestX11Discovery : public QObject {
     Q_OBJECT
 
+public:
+    explicit TestX11Discovery(X11TestSession& session) : m_session(session) {}
+
+private:
     ShareableContent snapshot(bool excludeDesktop = false, bool onScreenOnly = false)
     {
-        auto result = X11ShareableContentSource::snapshot(m_session.displayName(), excludeDesktop,
-                                                          onScreenOnly);
-        if (auto* error = std::get_if<PlatformError>(&result)) {
-            qWarning("snapshot failed: %s", qPrintable(error->localizedDescription));
-            return {};
-        }
-        return std::get<ShareableContent>(result);
+        return ::snapshot(m_session.displayName(), excludeDesktop, onScreenOnly);
     }
 
-    bool eventually(quint32 id, const std::function<bool(const LiveWindow*)>& condition,
-                    bool excludeDesktop = false, bool onScreenOnly = false)
+    bool eventually(quint32 id, const std::function<bool(const LiveWindow*)>& condition)
     {
-        return waitUntil(
-            [&] { return condition(findWindow(snapshot(excludeDesktop, onScreenOnly), id)); });
+        return waitUntil([&] { return condition(findWindow(snapshot(), id)); });
     }
+
+    xcb_atom_t rightMonitor() { return m_session.atom("RIGHT"); }
+
+    X11TestSession& m_session;
+    std::unique_ptr<TestClient> m_editor, m_viewer;
+    quint32 m_notes = 0, m_prefs = 0, m_photo = 0;
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY2(m_session.start(), qPrintable(m_session.errorString()));
         m_editor = m_session.spawnClient(u"Scribe"_s);
         m_viewer = m_session.spawnClient(u"Gazer"_s);
         QVERIFY(m_editor && m_viewer);
-        m_notes = m_editor->openWindow(u"notes"_s, u"3366cc"_s, {100, 100, 640, 480},
-                                       u"title=Notes — draft 2"_s);
-        m_prefs = m_editor->openWindow(u"prefs"_s, u"cc6633"_s, {200, 650, 400, 300},
-                                       u"type=dialog title=Preferences"_s);
-        m_photo = m_viewer->openWindow(u"photo"_s, u"33cc66"_s, {2100, 150, 800, 600},
-                                       u"appid=org.example.Gazer title=Lake.png"_s);
+        m_notes = m_editor->window(0x3366cc, {100, 100, 640, 480}, u"title=Notes — draft 2"_s);
+        m_prefs =
+            m_editor->window(0xcc6633, {200, 650, 400, 300}, u"type=dialog title=Preferences"_s);
+        m_photo = m_viewer->window(0x33cc66, {2100, 150, 800, 600},
+                                   u"appid=org.example.Gazer title=Lake.png"_s);
         QVERIFY2(m_notes && m_prefs && m_photo, qPrintable(m_editor->lastError()));
     }
 
     // Who owns which window, under which name and title, and where it is.
+    // The titles are in _NET_WM_NAME and WM_NAME alike, as UTF-8.
     void listsClientWindows()
     {
         QVERIFY(eventually(m_photo, [](const LiveWindow* w) { return w && w->isOnScreen; }));
@@ -115,15 +133,47 @@ private Q_SLOTS:
                                                                   .arg(w->frame.width())
                                                                   .arg(w->frame.height())));
             QVERIFY(w->owningApplication);
-            QCOMPARE(w->owningApplication->processID, qint32(e.owner->pid()));
+            QCOMPARE(w->owningApplication->processID, e.owner->pid());
             QCOMPARE(w->owningApplication->applicationName, e.app);
             QCOMPARE(w->owningApplication->bundleIdentifier, e.bundle);
         }
         // One application per process.
-        int scribes = 0;
-        for (const LiveApplication& app : content.applications)
-            scribes += app.processID == qint32(m_editor->pid());
-        QCOMPARE(scribes, 1);
+        QCOMPARE(std::count_if(
+                     content.applications.begin(), content.applications.end(),
+                     [&](const LiveApplication& app) { return app.processID == m_editor->pid(); }),
+                 1);
+    }
+
+    // WM_NAME alone, in each encoding clients write it in.
+    void titlesInEveryEncoding_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("title");
+        QTest::newRow("COMPOUND_TEXT, UTF-8 segment")
+            << u"COMPOUND_TEXT"_s << "Report \x1b%G"_ba + u"Отчёт"_s.toUtf8() + "\x1b%@ \xe9"_ba
+            << u"Report Отчёт é"_s;
+        QTest::newRow("COMPOUND_TEXT, ISO 8859-7 segment")
+            << u"COMPOUND_TEXT"_s << "\x1b-F\xc5\xeb\xeb\xdc\xe4\xe1"_ba << u"Ελλάδα"_s;
+        QTest::newRow("STRING") << u"STRING"_s << "Caf\xe9"_ba << u"Café"_s;
+        QTest::newRow("UTF8_STRING") << u"UTF8_STRING"_s << u"Café ☕"_s.toUtf8() << u"Café ☕"_s;
+    }
+
+    void titlesInEveryEncoding()
+    {
+        QFETCH(QString, type);
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, title);
+        const quint32 id = m_editor->window(0x777777, {1300, 400, 200, 150});
+        QVERIFY(m_editor->on(u"name"_s, id, type + u' ' + QString::fromLatin1(bytes.toHex())));
+        std::optional<QString> seen;
+        QVERIFY2(eventually(id,
+                            [&](const LiveWindow* w) {
+                                seen = w ? w->title : std::nullopt;
+                                return seen == title;
+                            }),
+                 qPrintable(seen.value_or(u"(none)"_s)));
+        QVERIFY(m_editor->on(u"close"_s, id));
     }
 
     // Front to back, and exactly one active window, following the window manager.
@@ -131,8 +181,7 @@ private Q_SLOTS:
     {
         for (const auto& [front, back] :
              {std::pair{m_notes, m_photo}, std::pair{m_photo, m_notes}}) {
-            TestClient* owner = front == m_notes ? m_editor.get() : m_viewer.get();
-            QVERIFY(owner->command(u"activate "_s + (front == m_notes ? u"notes"_s : u"photo"_s)));
+            QVERIFY((front == m_notes ? m_editor : m_viewer)->on(u"activate"_s, front));
             QVERIFY(waitUntil([&] {
                 const ShareableContent c = snapshot();
                 const LiveWindow* f = findWindow(c, front);
@@ -143,56 +192,41 @@ private Q_SLOTS:
         }
     }
 
-    void ownWindowsCarryOwnProcess()
-    {
-        xcb_connection_t* c = m_session.connection();
-        const xcb_window_t own = xcb_generate_id(c);
-        xcb_create_window(c, XCB_COPY_FROM_PARENT, own, m_session.root(), 50, 50, 120, 80, 0,
-                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, 0, nullptr);
-        xcb_map_window(c, own);
-        xcb_flush(c);
-        QVERIFY(eventually(own, [](const LiveWindow* w) { return w && w->isOnScreen; }));
-        const ShareableContent content = snapshot();
-        const LiveWindow* w = findWindow(content, own);
-        QVERIFY(w && w->owningApplication);
-        QCOMPARE(w->owningApplication->processID, qint32(QCoreApplication::applicationPid()));
-        // Without WM_CLASS the process name stands in.
-        QVERIFY(!w->owningApplication->applicationName.isEmpty());
-        xcb_destroy_window(c, own);
-        xcb_flush(c);
-    }
-
-    // The server knows the owner; a forged or missing _NET_WM_PID changes nothing.
+    // The server knows the owner; a forged or missing _NET_WM_PID changes
+    // nothing, and a process without WM_CLASS is named after its command.
     void ownerComesFromTheServer_data()
     {
-        QTest::addColumn<QString>("pidProperty");
-        QTest::newRow("forged") << u"pid=1"_s;
-        QTest::newRow("missing") << u"pid=none"_s;
+        QTest::addColumn<QString>("options");
+        QTest::addColumn<QString>("wmClass");
+        QTest::newRow("forged pid") << u"pid=1"_s << u"Gazer"_s;
+        QTest::newRow("no pid") << u"pid=none"_s << u"Gazer"_s;
+        QTest::newRow("no class") << QString() << QString();
     }
     void ownerComesFromTheServer()
     {
-        QFETCH(QString, pidProperty);
-        const QString name = u"liar_"_s + QLatin1StringView(QTest::currentDataTag());
-        const quint32 id =
-            m_viewer->openWindow(name, u"888888"_s, {1300, 100, 200, 150}, pidProperty);
+        QFETCH(QString, options);
+        QFETCH(QString, wmClass);
+        auto classless = wmClass.isEmpty() ? m_session.spawnClient({}) : nullptr;
+        TestClient& client = classless ? *classless : *m_viewer;
+        const quint32 id = client.window(0x888888, {1300, 100, 200, 150}, options);
         QVERIFY(id);
         const ShareableContent content = snapshot();
         const LiveWindow* w = findWindow(content, id);
         QVERIFY(w && w->owningApplication);
-        QCOMPARE(w->owningApplication->processID, qint32(m_viewer->pid()));
-        QVERIFY(m_viewer->command(u"close "_s + name));
+        QCOMPARE(w->owningApplication->processID, client.pid());
+        QCOMPARE(w->owningApplication->applicationName,
+                 classless ? u"vistrel-testcli"_s : wmClass); // as /proc names it
+        QVERIFY(client.on(u"close"_s, id));
     }
 
     void minimisedWindowIsNotOnScreen()
     {
-        const quint32 id = m_editor->openWindow(u"scratch"_s, u"aaaaaa"_s, {700, 200, 300, 200},
-                                                u"title=Scratch"_s);
-        QVERIFY(id);
-        QVERIFY(m_editor->command(u"iconify scratch"_s));
+        const quint32 id = m_editor->window(0xaaaaaa, {700, 200, 300, 200});
+        QVERIFY(id && m_editor->on(u"iconify"_s, id));
         QVERIFY(eventually(id, [](const LiveWindow* w) { return w && !w->isOnScreen; }));
         QVERIFY(!findWindow(snapshot(false, true), id)); // on-screen-only drops it
         QVERIFY(findWindow(snapshot(false, true), m_notes));
-        QVERIFY(m_editor->command(u"close scratch"_s));
+        QVERIFY(m_editor->on(u"close"_s, id));
     }
 
     void layersOfSpecialWindows_data()
@@ -209,45 +243,42 @@ private Q_SLOTS:
     {
         QFETCH(QString, kind);
         QFETCH(int, layer);
-        const QString name = u"special"_s;
-        const quint32 id =
-            kind == u"popup"
-                ? m_editor->openPopup(name, u"notes"_s, u"ffff00"_s, {30, 30, 150, 200})
-                : m_editor->openWindow(name, u"ff00ff"_s, {900, 700, 300, 60}, kind);
+        const quint32 id = kind == u"popup" ? m_editor->popup(0xffff00, {130, 130, 150, 200})
+                                            : m_editor->window(0xff00ff, {900, 700, 300, 60}, kind);
         QVERIFY2(id, qPrintable(m_editor->lastError()));
         QVERIFY(eventually(id, [](const LiveWindow* w) { return w != nullptr; }));
         const ShareableContent content = snapshot();
         const LiveWindow* w = findWindow(content, id);
+        QVERIFY(w && w->owningApplication);
         QCOMPARE(w->windowLayer, layer);
-        QVERIFY(w->owningApplication);
-        QCOMPARE(w->owningApplication->processID, qint32(m_editor->pid()));
+        QCOMPARE(w->owningApplication->processID, m_editor->pid());
         // Desktop windows go when asked to; nothing else does.
         QCOMPARE(findWindow(snapshot(true), id) == nullptr, layer == WindowLayer::Desktop);
-        QVERIFY(m_editor->command(u"close "_s + name));
+        QVERIFY(m_editor->on(u"close"_s, id));
     }
 
     void inspectorFindsFrameAndClient()
     {
-        xcb_connection_t* c = m_session.connection();
-        X11WindowInspector inspector(c, m_session.root(), true);
+        X11WindowInspector inspector(m_session.connection(), m_session.root(), true);
         const auto frame = inspector.frameAbove(m_notes);
         QVERIFY(frame);
         QVERIFY(*frame != m_notes); // openbox reparents into a decorated frame
         QCOMPARE(inspector.clientBelow(*frame), std::optional<xcb_window_t>(m_notes));
-        QCOMPARE(inspector.ownerProcessID(m_notes), std::optional(qint32(m_editor->pid())));
+        QCOMPARE(inspector.ownerProcessID(m_notes), std::optional(m_editor->pid()));
         QVERIFY(inspector.hasWindowManager());
 
         // A window that is gone is an error value, not a crash.
-        const quint32 gone = m_editor->openWindow(u"gone"_s, u"000000"_s, {10, 10, 50, 50});
-        QVERIFY(m_editor->command(u"close gone"_s));
+        const quint32 gone = m_editor->window(0, {10, 10, 50, 50});
+        QVERIFY(m_editor->on(u"close"_s, gone));
         const auto info = inspector.inspect(gone);
         QVERIFY(std::holds_alternative<QString>(info));
         QVERIFY(std::get<QString>(info).contains(u"no longer exists"));
         QVERIFY(!inspector.frameAbove(gone));
     }
 
-    // Both monitors of the session, the one without an output under its name atom.
-    void twoMonitorsAreTwoDisplays()
+    // Both monitors are displays and screens; the one without an output is
+    // known by its name atom.
+    void monitorsAreDisplaysAndScreens()
     {
         const ShareableContent content = snapshot();
         QCOMPARE(content.displays.size(), 2);
@@ -255,77 +286,103 @@ private Q_SLOTS:
         QCOMPARE(content.displays[1].frame, QRectF(1920, 0, 1920, 1080));
         QCOMPARE(content.displays[1].width, 1920.0);
         QCOMPARE(content.displays[1].pixelHeight, 1080.0);
+        QCOMPARE(content.displays[1].displayID, rightMonitor());
+        QVERIFY(content.displays[0].displayID != rightMonitor());
         xcb_connection_t* c = m_session.connection();
-        auto [right, e] = xcbReply(xcb_intern_atom_reply, c, xcb_intern_atom(c, 1, 5, "RIGHT"));
-        QVERIFY(right);
-        QCOMPARE(content.displays[1].displayID, right->atom);
-        QVERIFY(content.displays[0].displayID != right->atom);
         const auto monitors = readMonitors(c, xcb_setup_roots_iterator(xcb_get_setup(c)).data);
         QCOMPARE(monitors.size(), 2);
         QCOMPARE(monitors[0].name, u"LEFT"_s);
         QCOMPARE(monitors[1].name, u"RIGHT"_s);
         QVERIFY(!monitors[0].productName); // Xvfb's output has no EDID
+
+        const QList<ScreenInfo> screens = X11ScreenProvider().screens();
+        QCOMPARE(screens.size(), 2);
+        for (const ScreenInfo& s : screens) {
+            QVERIFY(s.displayID.has_value());
+            QVERIFY(s.maximumFramesPerSecond > 0);
+            QVERIFY(s.frame.contains(s.visibleFrame));
+            const bool right = s.localizedName == u"RIGHT";
+            QVERIFY2(right || s.localizedName == u"LEFT", qPrintable(s.localizedName));
+            QCOMPARE(s.frame, QRectF(right ? 1920 : 0, 0, 1920, 1080));
+            QCOMPARE(*s.displayID == rightMonitor(), right);
+        }
     }
 
-    void fetchAnswersOnTheMainThreadLater()
+    // Capture access follows the display; the backend answers content later
+    // on the main thread and makes streams that really start on this display.
+    void backendServesThisDisplay()
     {
-        X11ShareableContentSource source(m_session.displayName());
-        bool called = false;
+        X11Permission granted(m_session.displayName());
+        QVERIFY2(granted.preflight(), qPrintable(granted.missingReason().value_or(QString())));
+        QVERIFY(granted.request());
+
+        X11Permission nowhere(":999"_ba);
+        QVERIFY(!nowhere.preflight());
+        QVERIFY(!nowhere.request());
+        QVERIFY(nowhere.missingReason()->contains(u":999"));
+
+        // The help page is the README's capture-access section, and it exists.
+        const QUrl url = granted.settingsUrl();
+        QVERIFY(url.isLocalFile());
+        QCOMPARE(url.fragment(), u"capture-access"_s);
+        QFile readme(url.toLocalFile());
+        QVERIFY2(readme.open(QIODevice::ReadOnly), qPrintable(url.toString()));
+        QVERIFY(readme.readAll().contains("## Capture access"));
+        QVERIFY(!X11UrlOpener().openUrl(QUrl()));
+
+        X11CaptureBackend backend(m_session.displayName());
         std::optional<ShareableContent> content;
-        source.fetch(true, false, [&](auto c, auto error) {
-            called = true;
+        bool answered = false;
+        backend.getShareableContent(true, true, [&](auto c, auto error) {
+            answered = true;
             QCOMPARE(QThread::currentThread(), QCoreApplication::instance()->thread());
             QVERIFY(!error);
             content = std::move(c);
         });
-        QVERIFY(!called);
-        QVERIFY(waitUntil([&] { return called; }));
+        QVERIFY(!answered);
+        QVERIFY(waitUntil([&] { return answered; }));
         QVERIFY(content && findWindow(*content, m_notes));
+
+        ContentFilter filter;
+        filter.displayID = content->displays.first().displayID;
+        StreamConfiguration configuration;
+        configuration.width = 1920;
+        configuration.height = 1080;
+        auto sink = std::make_shared<FrameSink>();
+        auto stream = backend.createStream(filter, configuration, sink);
+        QVERIFY(stream && !startStream(*stream));
+        QVERIFY(waitUntil([&] { return sink->frames() > 0; }));
     }
 
-    void edidNames_data()
+    // Without a window manager the root's mapped children are the windows;
+    // a server that goes away is an error value with a sentence, not a crash.
+    void bareServerThenDeadServer()
     {
-        QTest::addColumn<QByteArray>("edid");
-        QTest::addColumn<QString>("name"); // empty: none
-        QByteArray valid(128, '\0');
-        const char header[] = {0,          char(0xff), char(0xff), char(0xff),
-                               char(0xff), char(0xff), char(0xff), 0};
-        memcpy(valid.data(), header, 8);
-        QByteArray named = valid;
-        named[72 + 3] = char(0xfc);
-        memcpy(named.data() + 72 + 5, "DELL U2720Q\n ", 13);
-        QTest::newRow("named") << named << u"DELL U2720Q"_s;
-        QTest::newRow("no name descriptor") << valid << QString();
-        QTest::newRow("short") << named.left(100) << QString();
-        QByteArray corrupt = named;
-        corrupt[1] = 0;
-        QTest::newRow("bad header") << corrupt << QString();
-        QByteArray blank = valid;
-        blank[54 + 3] = char(0xfc);
-        memcpy(blank.data() + 54 + 5, "\n            ", 13);
-        QTest::newRow("blank name") << blank << QString();
-    }
-    void edidNames()
-    {
-        QFETCH(QByteArray, edid);
-        QFETCH(QString, name);
-        QCOMPARE(edidProductName(edid), name.isEmpty() ? std::nullopt : std::optional(name));
-    }
-
-    // A server that goes away is an error value with a sentence, not a crash.
-    void deadServerIsAnError()
-    {
-        // Tests running beside this one may start a server on the number just
-        // freed; then the server is not dead, and another one is taken.
         std::variant<ShareableContent, PlatformError> result;
         QByteArray name;
+        // Tests running beside this one may start a server on the number just
+        // freed; then the server is not dead, and another one is taken.
         for (int attempt = 0; attempt < 3; ++attempt) {
-            X11TestSession doomed;
-            QVERIFY2(doomed.start({{1920, 1080}, 1, false}), qPrintable(doomed.errorString()));
-            name = doomed.displayName();
-            QVERIFY(std::holds_alternative<ShareableContent>(
-                X11ShareableContentSource::snapshot(name, false, false)));
-            doomed.stop();
+            X11TestSession bare;
+            QVERIFY2(bare.start({.windowManager = false}), qPrintable(bare.errorString()));
+            name = bare.displayName();
+            if (attempt == 0) {
+                auto client = bare.spawnClient(u"Bare"_s);
+                QVERIFY(client);
+                const quint32 shown =
+                    client->window(0xff0000, {10, 20, 300, 200}, u"title=Plain"_s);
+                const quint32 hidden = client->window(0x00ff00, {400, 20, 300, 200});
+                QVERIFY(shown && hidden && client->on(u"unmap"_s, hidden));
+                const ShareableContent content = ::snapshot(name);
+                const LiveWindow* w = findWindow(content, shown);
+                QVERIFY(w);
+                QCOMPARE(w->frame, QRectF(10, 20, 300, 200)); // nobody moved or framed it
+                QCOMPARE(w->title, std::optional(u"Plain"_s));
+                QVERIFY(w->isOnScreen);
+                QVERIFY(!findWindow(content, hidden));
+                QCOMPARE(content.displays.size(), 1);
+            }
+            bare.stop();
             result = X11ShareableContentSource::snapshot(name, false, false);
             const QString socket = u"/tmp/.X11-unix/X"_s + QString::fromUtf8(name.mid(1));
             if (std::holds_alternative<PlatformError>(result) || !QFileInfo::exists(socket))
@@ -337,45 +394,21 @@ private Q_SLOTS:
                  qPrintable(error.localizedDescription));
         QCOMPARE(error.domain, X11ShareableContentSource::errorDomain);
     }
-
-    // Without a window manager the root's mapped children are the windows.
-    void withoutWindowManager()
-    {
-        X11TestSession bare;
-        QVERIFY2(bare.start({{1920, 1080}, 1, false}), qPrintable(bare.errorString()));
-        auto client = bare.spawnClient(u"Bare"_s);
-        QVERIFY(client);
-        const quint32 shown =
-            client->openWindow(u"a"_s, u"ff0000"_s, {10, 20, 300, 200}, u"title=Plain"_s);
-        const quint32 hidden = client->openWindow(u"b"_s, u"00ff00"_s, {400, 20, 300, 200});
-        QVERIFY(shown && hidden);
-        QVERIFY(client->command(u"unmap b"_s, {u"unmapped b"_s}));
-        const auto result = X11ShareableContentSource::snapshot(bare.displayName(), false, false);
-        QVERIFY(std::holds_alternative<ShareableContent>(result));
-        const ShareableContent content = std::get<ShareableContent>(result);
-        const LiveWindow* w = findWindow(content, shown);
-        QVERIFY(w);
-        QCOMPARE(w->frame, QRectF(10, 20, 300, 200)); // nobody moved or framed it
-        QCOMPARE(w->title, std::optional(u"Plain"_s));
-        QVERIFY(w->isOnScreen);
-        QVERIFY(!findWindow(content, hidden));
-        QCOMPARE(content.displays.size(), 1);
-        client.reset();
-        bare.stop();
-    }
-
-    void cleanupTestCase()
-    {
-        m_editor.reset();
-        m_viewer.reset();
-        m_session.stop();
-    }
-
-private:
-    X11TestSession m_session;
-    std::unique_ptr<TestClient> m_editor, m_viewer;
-    quint32 m_notes = 0, m_prefs = 0, m_photo = 0;
 };
 
-QTEST_GUILESS_MAIN(TestX11Discovery)
+int main(int argc, char** argv)
+{
+    // Qt connects to the session's display, so the session comes first.
+    X11TestSession session;
+    if (!session.start({.monitors = 2})) {
+        std::fprintf(stderr, "%s\n", qPrintable(session.errorString()));
+        return 1;
+    }
+    session.exportEnvironment();
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    QGuiApplication app(argc, argv);
+    TestX11Discovery test(session);
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_x11_discovery.moc"

@@ -7,10 +7,12 @@
 // rectangle that does not start at the display's corner.
 
 #include "platform/x11/X11Compositor.h"
-#include "x11_capture_harness.h"
+#include "platform/x11/x11_harness.h"
 
+#include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QTest>
+#include <QThread>
 #include <deque>
 
 using namespace vistrel;
@@ -22,17 +24,22 @@ namespace {
 constexpr int animationMs = 4000;
 
 struct Animated {
-    Client client;
+    std::unique_ptr<TestClient> client;
     std::vector<quint32> windows;
     std::vector<quint32> popups;
 };
+
+QString randomColour(QRandomGenerator& random)
+{
+    return u"%1"_s.arg(random.bounded(0x1000000), 6, 16, QChar(u'0'));
+}
 
 } // namespace
 
 class TestX11PartialFrames : public QObject {
     Q_OBJECT
 
-    XSession m_session;
+    X11TestSession m_session;
     Animated m_shown;  // admitted by every filter below
     Animated m_hidden; // excluded by every filter below
 
@@ -40,19 +47,19 @@ private Q_SLOTS:
     void initTestCase()
     {
         qputenv("VISTREL_X11_VERIFY_FRAMES", "1");
-        QVERIFY2(m_session.start(1280, 720), "Xvfb and openbox must start");
+        QVERIFY2(m_session.start({{1280, 720}}), qPrintable(m_session.errorString()));
         m_session.warpPointer(640, 360);
-        QVERIFY(m_shown.client.start(m_session));
-        QVERIFY(m_hidden.client.start(m_session));
-        m_shown.windows = {m_shown.client.window(0xc03030, QRect(60, 60, 500, 350)),
-                           m_shown.client.window(0x30c030, QRect(400, 250, 420, 300), "ellipse"),
-                           m_shown.client.window(0x3030c0, QRect(1100, 600, 300, 200))};
-        m_hidden.windows = {m_hidden.client.window(0xe0e0e0, QRect(300, 150, 400, 300)),
-                            m_hidden.client.window(0x101010, QRect(700, 80, 350, 250))};
-        for (quint32 id : m_shown.windows)
-            QVERIFY(id);
-        for (quint32 id : m_hidden.windows)
-            QVERIFY(id);
+        m_shown.client = m_session.spawnClient();
+        m_hidden.client = m_session.spawnClient();
+        QVERIFY(m_shown.client && m_hidden.client);
+        m_shown.windows = {
+            m_shown.client->window(0xc03030, QRect(60, 60, 500, 350)),
+            m_shown.client->window(0x30c030, QRect(400, 250, 420, 300), u"shape=ellipse"_s),
+            m_shown.client->window(0x3030c0, QRect(1100, 600, 300, 200))};
+        m_hidden.windows = {m_hidden.client->window(0xe0e0e0, QRect(300, 150, 400, 300)),
+                            m_hidden.client->window(0x101010, QRect(700, 80, 350, 250))};
+        for (const Animated* who : {&m_shown, &m_hidden})
+            QVERIFY(std::count(who->windows.begin(), who->windows.end(), 0u) == 0);
     }
 
     void partialFramesEqualWholeRebuild_data()
@@ -82,9 +89,9 @@ private Q_SLOTS:
         filter.form = ContentFilterForm(form);
         filter.includeMenuBar = true;
         if (filter.form == ContentFilterForm::displayIncludingApplications)
-            filter.processIDs = {m_shown.client.pid()};
+            filter.processIDs = {m_shown.client->pid()};
         else if (filter.form == ContentFilterForm::displayExcludingApplications)
-            filter.processIDs = {m_hidden.client.pid()};
+            filter.processIDs = {m_hidden.client->pid()};
         else
             filter.windowIDs = {m_hidden.windows[0], m_hidden.windows[1]};
 
@@ -106,9 +113,9 @@ private Q_SLOTS:
         const int verifiedBefore = x11::X11Compositor::verifiedFrames();
         const int failuresBefore = x11::X11Compositor::verificationFailures();
         {
-            X11CaptureStream stream(m_session.display(), filter, configuration, sink);
+            X11CaptureStream stream(m_session.displayName(), filter, configuration, sink);
             QVERIFY(!startStream(stream));
-            QVERIFY(waitFor([&] { return sink->frames() > 0; }));
+            QVERIFY(waitUntil([&] { return sink->frames() > 0; }));
             animate(QRandomGenerator(quint32(form) * 7 + quint32(source.isValid())));
             stream.stopCapture({});
         }
@@ -127,44 +134,43 @@ private Q_SLOTS:
 private:
     void animate(QRandomGenerator random)
     {
+        const auto pair = [&](int from1, int to1, int from2, int to2) {
+            const int first = random.bounded(from1, to1);
+            return u"%1 %2"_s.arg(first).arg(random.bounded(from2, to2));
+        };
         QElapsedTimer timer;
         timer.start();
         while (timer.elapsed() < animationMs) {
             const int op = random.bounded(100);
             Animated& who = random.bounded(3) == 0 ? m_hidden : m_shown;
+            TestClient& client = *who.client;
             const quint32 window = who.windows[size_t(random.bounded(int(who.windows.size())))];
-            const auto colour = QByteArray::number(random.bounded(0x1000000), 16);
-            if (op < 40) {
-                who.client.on("color", window, colour);
-            } else if (op < 62) {
+            const QString colour = randomColour(random);
+            if (op >= 40 && op < 62) {
                 m_session.warpPointer(random.bounded(1280), random.bounded(720));
-            } else if (op < 66) {
+            } else if (op >= 62 && op < 66) {
                 m_session.setDesktopColour(quint32(random.bounded(0x1000000)));
-            } else if (op < 72) {
-                who.client.on("move", window,
-                              QByteArray::number(random.bounded(-100, 1200)) + ' ' +
-                                  QByteArray::number(random.bounded(-100, 650)));
-            } else if (op < 77) {
-                who.client.on(random.bounded(2) ? "raise" : "lower", window);
-            } else if (op < 82) {
-                who.client.on("resize", window,
-                              QByteArray::number(random.bounded(60, 600)) + ' ' +
-                                  QByteArray::number(random.bounded(60, 400)));
-            } else if (op < 88 && who.popups.size() < 3) {
+            } else if (op >= 66 && op < 72) {
+                client.on(u"move"_s, window, pair(-100, 1200, -100, 650));
+            } else if (op >= 72 && op < 77) {
+                client.on(random.bounded(2) ? u"raise"_s : u"lower"_s, window);
+            } else if (op >= 77 && op < 82) {
+                client.on(u"resize"_s, window, pair(60, 600, 60, 400));
+            } else if (op >= 82 && op < 88 && who.popups.size() < 3) {
                 const QRect at(random.bounded(-50, 1200), random.bounded(-50, 650),
                                random.bounded(40, 300), random.bounded(40, 200));
-                if (const quint32 id = who.client.popup(quint32(random.bounded(0x1000000)), at))
+                if (const quint32 id = client.popup(quint32(random.bounded(0x1000000)), at))
                     who.popups.push_back(id);
-            } else if (op < 94 && !who.popups.empty()) {
+            } else if (op >= 82 && op < 94 && !who.popups.empty()) {
                 const auto index = size_t(random.bounded(int(who.popups.size())));
-                if (random.bounded(2))
-                    who.client.on("color", who.popups[index], colour);
-                else {
-                    who.client.on("close", who.popups[index]);
+                if (random.bounded(2)) {
+                    client.on(u"color"_s, who.popups[index], colour);
+                } else {
+                    client.on(u"close"_s, who.popups[index]);
                     who.popups.erase(who.popups.begin() + qsizetype(index));
                 }
             } else {
-                who.client.on("color", window, colour);
+                client.on(u"color"_s, window, colour);
             }
             QCoreApplication::processEvents();
             QThread::msleep(quint32(random.bounded(3, 30)));
@@ -172,5 +178,5 @@ private:
     }
 };
 
-VISTREL_CAPTURE_TEST_MAIN(TestX11PartialFrames)
+QTEST_GUILESS_MAIN(TestX11PartialFrames)
 #include "tst_x11_partial_frames.moc"
