@@ -18,7 +18,8 @@
 //       -> "mapped NAME 0xID"
 //   color NAME RRGGBB | title NAME TEXT | move NAME X Y | resize NAME W H |
 //   raise NAME | lower NAME | activate NAME | iconify NAME | close NAME |
-//   name NAME TYPE HEXBYTES (WM_NAME alone, of type TYPE, e.g. COMPOUND_TEXT)
+//   name NAME TYPE HEXBYTES (WM_NAME alone, of type TYPE, e.g. COMPOUND_TEXT;
+//                            TYPE net:STRING writes _NET_WM_NAME alone)
 //       -> "ok NAME 0xID"
 //   map NAME -> "mapped NAME 0xID"      unmap NAME -> "unmapped NAME 0xID"
 // Errors answer "error TEXT". Starts by printing "ready PID".
@@ -269,8 +270,11 @@ void Client::command(const std::string& line)
         in >> type >> hex;
         for (size_t i = 0; i + 1 < hex.size(); i += 2)
             bytes += char(std::stoul(hex.substr(i, 2), nullptr, 16));
-        xcb_delete_property(m_c, id, atom("_NET_WM_NAME"));
-        setProperty(id, "WM_NAME", atom(type), 8, bytes.data(), uint32_t(bytes.size()));
+        // "net:TYPE" writes _NET_WM_NAME alone instead.
+        const bool net = type.rfind("net:", 0) == 0;
+        xcb_delete_property(m_c, id, atom(net ? "WM_NAME" : "_NET_WM_NAME"));
+        setProperty(id, net ? "_NET_WM_NAME" : "WM_NAME", atom(net ? type.substr(4) : type), 8,
+                    bytes.data(), uint32_t(bytes.size()));
     } else if (verb == "move" || verb == "resize") {
         uint32_t a = 0, b = 0;
         in >> a >> b;

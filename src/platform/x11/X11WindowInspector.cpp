@@ -266,7 +266,8 @@ std::variant<X11WindowInfo, QString> X11WindowInspector::inspect(xcb_window_t cl
     const auto clientGeometry = xcb_get_geometry(m_c, client);
     const auto clientOrigin = xcb_translate_coordinates(m_c, client, m_root, 0, 0);
     const auto wmClass = getProperty(m_c, client, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING);
-    const auto netName = getProperty(m_c, client, a.netWmName, a.utf8String);
+    // Any type: a client that writes it as STRING still gets its title read.
+    const auto netName = getProperty(m_c, client, a.netWmName, XCB_GET_PROPERTY_TYPE_ANY);
     const auto wmName = getProperty(m_c, client, XCB_ATOM_WM_NAME, XCB_GET_PROPERTY_TYPE_ANY);
     const auto gtkId = getProperty(m_c, client, a.gtkApplicationId, a.utf8String);
     const auto kdeId = getProperty(m_c, client, a.kdeNetWmDesktopFile, XCB_GET_PROPERTY_TYPE_ANY);
@@ -300,7 +301,7 @@ std::variant<X11WindowInfo, QString> X11WindowInspector::inspect(xcb_window_t cl
     info.clientGeometry = QRect(origin->dst_x, origin->dst_y, inner->width, inner->height);
     info.windowClass = windowClassOf(classReply.get());
     info.title = text(netNameReply.get(), a);
-    if (!info.title)
+    if (!info.title || info.title->isEmpty())
         info.title = text(wmNameReply.get(), a);
     info.applicationID = applicationIdOf(gtkReply.get(), kdeReply.get(), a);
     info.layer = layerOf(typeReply.get(), info.overrideRedirect);

@@ -144,7 +144,8 @@ private Q_SLOTS:
                  1);
     }
 
-    // WM_NAME alone, in each encoding clients write it in.
+    // WM_NAME alone, in each encoding clients write it in; or a _NET_WM_NAME
+    // that is not UTF-8.
     void titlesInEveryEncoding_data()
     {
         QTest::addColumn<QString>("type");
@@ -157,6 +158,7 @@ private Q_SLOTS:
             << u"COMPOUND_TEXT"_s << "\x1b-F\xc5\xeb\xeb\xdc\xe4\xe1"_ba << u"Ελλάδα"_s;
         QTest::newRow("STRING") << u"STRING"_s << "Caf\xe9"_ba << u"Café"_s;
         QTest::newRow("UTF8_STRING") << u"UTF8_STRING"_s << u"Café ☕"_s.toUtf8() << u"Café ☕"_s;
+        QTest::newRow("_NET_WM_NAME as STRING") << u"net:STRING"_s << "Caf\xe9"_ba << u"Café"_s;
     }
 
     void titlesInEveryEncoding()
