@@ -212,11 +212,14 @@ private Q_SLOTS:
         TestClient& client = classless ? *classless : *m_viewer;
         const quint32 id = client.window(0x888888, {1300, 100, 200, 150}, options);
         QVERIFY(id);
-        const ShareableContent content = snapshot();
-        const LiveWindow* w = findWindow(content, id);
-        QVERIFY(w && w->owningApplication);
-        QCOMPARE(w->owningApplication->processID, client.pid());
-        QCOMPARE(w->owningApplication->applicationName,
+        // Listed once the window manager has taken the new window in.
+        std::optional<LiveApplication> owner;
+        QVERIFY(eventually(id, [&](const LiveWindow* w) {
+            owner = w ? w->owningApplication : std::nullopt;
+            return owner.has_value();
+        }));
+        QCOMPARE(owner->processID, client.pid());
+        QCOMPARE(owner->applicationName,
                  classless ? u"vistrel-testcli"_s : wmClass); // as /proc names it
         QVERIFY(client.on(u"close"_s, id));
     }
@@ -248,7 +251,7 @@ private Q_SLOTS:
         const quint32 id = kind == u"popup" ? m_editor->popup(0xffff00, {130, 130, 150, 200})
                                             : m_editor->window(0xff00ff, {900, 700, 300, 60}, kind);
         QVERIFY2(id, qPrintable(m_editor->lastError()));
-        QVERIFY(eventually(id, [](const LiveWindow* w) { return w != nullptr; }));
+        QVERIFY(eventually(id, [](const LiveWindow* w) { return w && w->owningApplication; }));
         const ShareableContent content = snapshot();
         const LiveWindow* w = findWindow(content, id);
         QVERIFY(w && w->owningApplication);
