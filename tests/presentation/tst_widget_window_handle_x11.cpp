@@ -156,17 +156,7 @@ private Q_SLOTS:
 
 int main(int argc, char** argv)
 {
-    // Qt connects to the session's display, so the session comes first.
-    x11test::X11TestSession session;
-    if (!session.start()) {
-        std::fprintf(stderr, "%s\n", qPrintable(session.errorString()));
-        return 1;
-    }
-    session.exportEnvironment();
-    qputenv("QT_QPA_PLATFORM", "xcb");
-    QApplication app(argc, argv);
-    TestWidgetWindowHandleX11 test(session);
-    return QTest::qExec(&test, argc, argv);
+    return x11test::runSuiteInSession<QApplication, TestWidgetWindowHandleX11>(argc, argv);
 }
 
 #include "tst_widget_window_handle_x11.moc"

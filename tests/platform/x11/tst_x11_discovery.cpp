@@ -403,17 +403,7 @@ private Q_SLOTS:
 
 int main(int argc, char** argv)
 {
-    // Qt connects to the session's display, so the session comes first.
-    X11TestSession session;
-    if (!session.start({.monitors = 2})) {
-        std::fprintf(stderr, "%s\n", qPrintable(session.errorString()));
-        return 1;
-    }
-    session.exportEnvironment();
-    qputenv("QT_QPA_PLATFORM", "xcb");
-    QGuiApplication app(argc, argv);
-    TestX11Discovery test(session);
-    return QTest::qExec(&test, argc, argv);
+    return runSuiteInSession<QGuiApplication, TestX11Discovery>(argc, argv, {.monitors = 2});
 }
 
 #include "tst_x11_discovery.moc"

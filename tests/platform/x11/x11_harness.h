@@ -22,7 +22,9 @@
 #include <QRect>
 #include <QString>
 #include <QTemporaryDir>
+#include <QTest>
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -181,5 +183,23 @@ inline int alphaAt(const QImage& image, int x, int y)
 }
 // Opaque pixels of exactly this colour.
 int countColour(const QImage& image, quint32 rgb);
+
+// main() of a suite that runs Qt on the session's display: the session comes
+// first (Qt connects when the application is made), then App, then the suite
+// built on the session.
+template<class App, class Suite>
+int runSuiteInSession(int argc, char** argv, const X11SessionOptions& options = {})
+{
+    X11TestSession session;
+    if (!session.start(options)) {
+        std::fprintf(stderr, "%s\n", qPrintable(session.errorString()));
+        return 1;
+    }
+    session.exportEnvironment();
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    App app(argc, argv);
+    Suite suite(session);
+    return QTest::qExec(&suite, argc, argv);
+}
 
 } // namespace vistrel::x11test
