@@ -40,10 +40,6 @@ JsonResult<QByteArray> encodePersistedAppState(const PersistedAppState& state)
 {
     json::Context context;
     QJsonObject object;
-    const auto member = [&](const QString& key, const auto& value) {
-        json::Context::Scope scope(context, key);
-        object.insert(key, json::write(context, value));
-    };
     json::writeMembers(context, state.configuration, object);
     {
         json::Context::Scope scope(context, u"presets"_s);
@@ -55,7 +51,10 @@ JsonResult<QByteArray> encodePersistedAppState(const PersistedAppState& state)
         object.insert(u"presets"_s, presets);
     }
     object.insert(u"isAlwaysOnTop"_s, state.isAlwaysOnTop);
-    member(u"cameraOverlay"_s, state.cameraOverlay);
+    {
+        json::Context::Scope scope(context, u"cameraOverlay"_s);
+        object.insert(u"cameraOverlay"_s, json::write(context, state.cameraOverlay));
+    }
     if (context.failed())
         return context.error();
     // QJsonObject keeps its keys sorted, so the indented text is sorted too.
@@ -76,11 +75,6 @@ JsonResult<PersistedAppState> decodePersistedAppState(const QByteArray& bytes)
 
     json::Context context;
     PersistedAppState state;
-    const auto value = [](auto& target) {
-        return [&target](json::Context& c, const QJsonValue& v) {
-            return json::read(c, v, target);
-        };
-    };
     const auto presets = [&state](json::Context& c, const QJsonValue& v) {
         QJsonArray array;
         if (!json::readArray(c, v, array))
@@ -98,11 +92,13 @@ JsonResult<PersistedAppState> decodePersistedAppState(const QByteArray& bytes)
     const auto alwaysOnTop = [&state](json::Context& c, const QJsonValue& v) {
         return json::readBool(c, v, state.isAlwaysOnTop);
     };
-    const bool ok =
-        json::readMembers(context, object, state.configuration, true) &&
-        json::readOptional(context, object, u"presets"_s, presets) &&
-        json::readOptional(context, object, u"isAlwaysOnTop"_s, alwaysOnTop) &&
-        json::readOptional(context, object, u"cameraOverlay"_s, value(state.cameraOverlay));
+    const auto camera = [&state](json::Context& c, const QJsonValue& v) {
+        return json::read(c, v, state.cameraOverlay);
+    };
+    const bool ok = json::readMembers(context, object, state.configuration, true) &&
+                    json::readOptional(context, object, u"presets"_s, presets) &&
+                    json::readOptional(context, object, u"isAlwaysOnTop"_s, alwaysOnTop) &&
+                    json::readOptional(context, object, u"cameraOverlay"_s, camera);
     if (!ok)
         return context.error();
     return state;
