@@ -107,7 +107,7 @@ std::optional<QRect> OutputPlacement::place(const Input& input)
             return std::nullopt;
         return QRect(centeredOutputOrigin(area, *size), *size);
     }
-    const QPoint origin = dockedOutputOrigin(area);
+    const QPoint origin = dockedOutputOrigin(area, *size, input.screens);
     if (!changed && input.frame.topLeft() == origin && withinOnePoint(input.frame.size(), *size))
         return std::nullopt;
     return QRect(origin, *size);
@@ -118,11 +118,11 @@ std::optional<quint32> OutputPlacement::manualMove(const QRect& frame,
                                                    std::optional<qsizetype> windowScreen)
 {
     hasManualScreenOverride = true;
-    // Here the window system's screen comes first (on X11 the one under the
-    // window's centre), the largest overlap only when it has none.
-    std::optional<qsizetype> screen = knownScreen(windowScreen, screens);
+    // The largest overlap first: the window system may still name the screen
+    // the window left when the move is reported.
+    std::optional<qsizetype> screen = screenContaining(frame, screens);
     if (!screen)
-        screen = screenContaining(frame, screens);
+        screen = knownScreen(windowScreen, screens);
     const std::optional<quint32> id = idOf(screen, screens);
     if (id)
         lockedScreenID = id;

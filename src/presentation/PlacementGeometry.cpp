@@ -88,10 +88,35 @@ QPoint centeredOutputOrigin(const QRectF& visibleArea, const QSize& size)
                         size.height()));
 }
 
-QPoint dockedOutputOrigin(const QRectF& visibleArea)
+QPoint dockedOutputOrigin(const QRectF& visibleArea, const QSize& size,
+                          const QList<ScreenInfo>& screens)
 {
-    // Rounded up so that not even a fraction of a point stays inside.
-    return QPoint(int(std::ceil(visibleArea.right())), int(std::ceil(visibleArea.bottom())));
+    // One point of the window stays on the corner: a window manager that
+    // keeps windows on screen then pulls it back onto this screen rather than
+    // onto one of its own choosing.
+    const int left = int(std::floor(visibleArea.left())) - size.width() + 1;
+    const int top = int(std::floor(visibleArea.top())) - size.height() + 1;
+    const int right = int(std::ceil(visibleArea.right())) - 1;
+    const int bottom = int(std::ceil(visibleArea.bottom())) - 1;
+    const QPoint corners[] = {{right, bottom}, {left, bottom}, {right, top}, {left, top}};
+    // Where a window manager that keeps a tenth of the window on screen
+    // would pull it back to; that part may only cover the window's own screen.
+    const QPointF inward[] = {{-0.1, -0.1}, {0.1, -0.1}, {-0.1, 0.1}, {0.1, 0.1}};
+    for (int i = 0; i < 4; ++i) {
+        const QPoint& corner = corners[i];
+        const QRectF window =
+            QRectF(corner, size)
+                .translated(inward[i].x() * size.width(), inward[i].y() * size.height());
+        const bool clear = std::none_of(screens.begin(), screens.end(), [&](const ScreenInfo& s) {
+            if (s.frame.contains(visibleArea))
+                return false;
+            const QRectF overlap = s.frame.intersected(window);
+            return overlap.width() > 0 && overlap.height() > 0;
+        });
+        if (clear)
+            return corner;
+    }
+    return corners[0];
 }
 
 } // namespace vistrel

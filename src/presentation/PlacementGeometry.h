@@ -56,9 +56,13 @@ std::optional<QSize> outputWindowSize(const QRectF& visibleArea, const QSizeF& a
 // Whole points, rounded down.
 QPoint centeredOutputOrigin(const QRectF& visibleArea, const QSize& size);
 
-// The window's top-left corner on the visible area's bottom-right corner, so
-// the window lies entirely outside it whatever its size. Not clamped: the
-// window manager may still pull it partly back on screen.
-QPoint dockedOutputOrigin(const QRectF& visibleArea);
+// At a corner of `visibleArea`, so that a window of `size` lies outside it
+// but for one point on the corner: the bottom-right corner (top-left of the
+// window on it), unless the window, once the window manager has pulled a
+// tenth of it back on screen (as openbox does), would lie over another
+// screen, as it would with a monitor to the right; then the first of
+// bottom-left, top-right and top-left that stays clear of other screens.
+QPoint dockedOutputOrigin(const QRectF& visibleArea, const QSize& size,
+                          const QList<ScreenInfo>& screens);
 
 } // namespace vistrel

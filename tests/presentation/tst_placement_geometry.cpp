@@ -27,7 +27,7 @@ const QList<ScreenInfo> screens{{1, {}, {0, 0, 1440, 900}, {0, 0, 1440, 900}},
                                 {2, {}, {-1920, 0, 1920, 1080}, {-1920, 0, 1920, 1040}}};
 const QSizeF canvas(1920, 1080);
 const QRect centredOn1(58, 77, 1324, 745), centredOn2(-1810, 42, 1700, 956);
-const QRect dockedOn1(1440, 900, 1324, 745);
+const QRect dockedOn1(1439, 899, 1324, 745);
 const QRect on1(0, 155, 1324, 745), on2(-1500, 100, 1324, 745); // placed by the user
 const auto centred = Presentation::centered, docked = Presentation::docked;
 
@@ -129,6 +129,32 @@ private Q_SLOTS:
         QCOMPARE(vistrel::outputWindowSize(area, ratio), size);
     }
 
+    void dockedCorner_data()
+    {
+        QTest::addColumn<QList<ScreenInfo>>("layout");
+        QTest::addColumn<int>("locked");
+        QTest::addColumn<QPoint>("origin");
+
+        const ScreenInfo a{1, {}, {0, 0, 1920, 1080}, {0, 0, 1920, 1080}};
+        const ScreenInfo b{2, {}, {1920, 0, 1920, 1080}, {1920, 0, 1920, 1040}};
+        const ScreenInfo under{3, {}, {-1766, 1080, 7000, 2000}, {-1766, 1080, 7000, 2000}};
+        QTest::newRow("one display: bottom-right") << QList{a} << 0 << QPoint(1919, 1079);
+        QTest::newRow("monitor to the right: bottom-left")
+            << QList{a, b} << 0 << QPoint(-1765, 1079);
+        QTest::newRow("rightmost monitor: bottom-right") << QList{a, b} << 1 << QPoint(3839, 1039);
+        QTest::newRow("monitors right and below: top-right")
+            << QList{a, b, under} << 1 << QPoint(3839, -992);
+        QTest::newRow("no free corner: bottom-right")
+            << QList{a, {4, {}, {-9000, -9000, 20000, 20000}, {}}} << 0 << QPoint(1919, 1079);
+    }
+    void dockedCorner()
+    {
+        QFETCH(QList<ScreenInfo>, layout);
+        QFETCH(int, locked);
+        QFETCH(QPoint, origin);
+        QCOMPARE(dockedOutputOrigin(layout[locked].visibleFrame, QSize(1766, 993), layout), origin);
+    }
+
     void outputPlacement_data()
     {
         QTest::addColumn<OutputPlacement>("before");
@@ -196,8 +222,10 @@ private Q_SLOTS:
     void manualMoveFollowsTheUser()
     {
         OutputPlacement state = placed(1);
-        // Dropped on display 2; the window system's screen decides over overlap.
-        QCOMPARE(state.manualMove(on1, screens, 1), OptID(2));
+        // Dropped on display 2: where it lies decides, not the window system's
+        // screen (not yet updated), and without an overlap the window system.
+        QCOMPARE(state.manualMove(on2, screens, 0), OptID(2));
+        QCOMPARE(state.manualMove({5000, 0, 9, 9}, screens, 1), OptID(2));
         QCOMPARE(state.place(with(inputAt(on1, 2), [](Input& in) { in.force = true; })),
                  OptRect(centredOn2));
         // Held mostly by display 1 now, yet display changes no longer move it.
