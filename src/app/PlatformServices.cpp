@@ -5,11 +5,13 @@
 #include "platform/sim/SimPermission.h"
 #include "platform/sim/SimScene.h"
 #include "platform/sim/SimScreenProvider.h"
+#include "platform/sim/SimWindowSystem.h"
 #include "platform/sim/SimWorld.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "platform/x11/X11Permission.h"
 #include "platform/x11/X11ScreenProvider.h"
 #include "platform/x11/X11UrlOpener.h"
+#include "platform/x11/X11WindowSystem.h"
 
 #include <QGuiApplication>
 #include <QLoggingCategory>
@@ -236,6 +238,10 @@ PlatformServices createPlatformServices(const PlatformChoice& choice)
         break;
     }
     services.camera = createCameraPort(CameraPortOptions::fromEnvironment());
+    if (QGuiApplication::platformName() == u"xcb"_s)
+        services.windowSystem = std::make_unique<x11::X11WindowSystem>();
+    else
+        services.windowSystem = std::make_unique<SimWindowSystem>();
     return services;
 }
 

@@ -19,6 +19,7 @@
 #include "platform/CaptureBackend.h"
 #include "platform/ScreenCapturePermission.h"
 #include "platform/ScreenProvider.h"
+#include "platform/WindowSystem.h"
 
 #include <QObject>
 #include <QString>
@@ -62,6 +63,8 @@ struct PlatformServices {
     std::shared_ptr<ScreenCapturePermission> permission;
     std::shared_ptr<UrlOpener> urlOpener;
     std::unique_ptr<CameraPort> camera;
+    // The real window system when Qt runs on X11, else a scripted one.
+    std::unique_ptr<WindowSystem> windowSystem;
 
     PlatformServices();
     ~PlatformServices();

@@ -1,10 +1,11 @@
-// vistrel: builds the environment, shows the output window and starts
-// discovery and capture.
+// vistrel: one instance per user; builds the environment and the windows,
+// then starts discovery and capture with the launch sequence.
 
 #include "app/AppEnvironment.h"
+#include "app/AppLifecycleController.h"
+#include "app/AppWindows.h"
 #include "app/PlatformServices.h"
-#include "coordination/MainViewModel.h"
-#include "presentation/OutputWindow.h"
+#include "app/SingleInstance.h"
 
 #include <QApplication>
 #include <QLoggingCategory>
@@ -79,14 +80,31 @@ int main(int argc, char** argv)
     QApplication::setApplicationName(u"Vistrel"_s);
     QGuiApplication::setDesktopFileName(u"vistrel"_s);
 
+    // A second start only brings the running instance's control window back.
+    vistrel::SingleInstance instance;
+    switch (instance.claim()) {
+    case vistrel::SingleInstance::Role::primary:
+        break;
+    case vistrel::SingleInstance::Role::secondary:
+        if (!instance.errorString().isEmpty())
+            qCWarning(lcApp, "Vistrel is already running, but %s.",
+                      qUtf8Printable(instance.errorString()));
+        return 0;
+    case vistrel::SingleInstance::Role::unchecked:
+        qCWarning(lcApp, "Cannot make sure that only one Vistrel runs: %s.",
+                  qUtf8Printable(instance.errorString()));
+        break;
+    }
+
+    vistrel::AppLifecycleController lifecycle;
     vistrel::AppEnvironment environment(vistrel::createPlatformServices());
+    lifecycle.setSharedWindowRegistry(&environment.windowRegistry());
     ExitHook exitHook(environment);
+    QObject::connect(&instance, &vistrel::SingleInstance::reopenRequested, &lifecycle,
+                     &vistrel::AppLifecycleController::reopen);
 
-    vistrel::OutputWindow outputWindow(environment.outputViewModel(), environment.windowRegistry());
-    outputWindow.show();
-    // Nothing is discovered or captured before the first window is up.
-    environment.mainViewModel().start();
-
-    // Closing the output window, the only window so far, quits.
+    vistrel::AppWindows windows(environment, lifecycle);
+    // Nothing is discovered or captured before the control window is up.
+    QMetaObject::invokeMethod(&windows, &vistrel::AppWindows::prepareLaunch, Qt::QueuedConnection);
     return app.exec();
 }

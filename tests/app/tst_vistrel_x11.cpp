@@ -1,8 +1,10 @@
-// The vistrel executable on a private X session: real client processes of
-// three applications, a state file that chooses what may be seen, and the
-// "Vistrel Output" window's pixels read back from the X server. Also checks
-// that the application leaves cleanly when its window is closed and when the
-// X server goes away under it.
+// The vistrel executable on a private X session of two monitors: real client
+// processes of three applications, a state file that chooses what may be
+// seen, and the "Vistrel Output" window's own pixels read back from the X
+// server as a meeting application's window capture reads them. Then the
+// windows as a user meets them: where they appear, docking and showing the
+// output, dragging it to the other monitor, close requests, a second start,
+// the panic key, quitting, and losing the X server.
 
 #include "platform/x11/X11ShareableContentSource.h"
 #include "platform/x11/x11_harness.h"
@@ -27,15 +29,19 @@ struct ClientApp {
     QRect geometry;
 };
 
-// One monitor; the clients stand in a column on the right, where the output
-// window (1280 x 780, placed into the free space on the left) never covers
-// them.
-const QSize screenSize{2560, 1440};
+// Two monitors, LEFT and RIGHT. The clients stand in a row at the top of
+// LEFT, the display the output shows; Chat also covers the bottom-left corner
+// of LEFT, where the docked output window keeps its last tenth on screen.
+const QSize monitorSize{1920, 1080};
 const QList<ClientApp> clientApps = {
-    {u"Slides"_s, qRgb(0xff, 0x88, 0x00), {1900, 60, 560, 380}},
-    {u"Mail"_s, qRgb(0x20, 0x60, 0xff), {1900, 520, 560, 380}},
-    {u"Chat"_s, qRgb(0x20, 0xc0, 0x40), {1900, 980, 560, 380}},
+    {u"Slides"_s, qRgb(0xff, 0x88, 0x00), {100, 60, 560, 380}},
+    {u"Mail"_s, qRgb(0x20, 0x60, 0xff), {700, 60, 560, 380}},
+    {u"Chat"_s, qRgb(0x20, 0xc0, 0x40), {0, 880, 560, 200}},
 };
+// The output window for a 1920 x 1080 canvas on a 1920 x 1080 display: the
+// largest 16:9 size inside the 4 % inset, centred.
+const QSize outputSize{1766, 993};
+const QRect controlFrame{700, 770, 520, 170};
 
 QString hexColour(QRgb rgb)
 {
@@ -80,20 +86,23 @@ class TestVistrelX11 : public QObject {
 
     X11TestSession m_session;
     std::vector<std::unique_ptr<TestClient>> m_clients;
+    std::vector<xcb_window_t> m_clientWindows;
     std::unique_ptr<QTemporaryDir> m_dataHome;
 
     // vistrel with a data folder holding the state document, on the
-    // session's display or the one given ("": none).
+    // session's display or the one given ("": none); with freshData false,
+    // on the data folder of the previous start.
     std::unique_ptr<QProcess> startVistrel(const QByteArray& state,
-                                           const QString* display = nullptr)
+                                           const QString* display = nullptr, bool freshData = true)
     {
-        m_dataHome = std::make_unique<QTemporaryDir>();
-        const QString folder = m_dataHome->filePath(u"Vistrel"_s);
-        QDir().mkpath(folder);
-        QFile file(folder + u"/VistrelState.json"_s);
-        if (!file.open(QIODevice::WriteOnly) || file.write(state) != state.size())
-            return nullptr;
-        file.close();
+        if (freshData || !m_dataHome) {
+            m_dataHome = std::make_unique<QTemporaryDir>();
+            const QString folder = m_dataHome->filePath(u"Vistrel"_s);
+            QDir().mkpath(folder);
+            QFile file(folder + u"/VistrelState.json"_s);
+            if (!file.open(QIODevice::WriteOnly) || file.write(state) != state.size())
+                return nullptr;
+        }
 
         auto process = std::make_unique<QProcess>();
         QProcessEnvironment environment = m_session.environment();
@@ -112,32 +121,54 @@ class TestVistrelX11 : public QObject {
         return process;
     }
 
-    // The client window titled "Vistrel Output" that belongs to the process.
-    xcb_window_t findOutputWindow(qint64 pid)
+    // The process's mapped client window of this title (0: none).
+    xcb_window_t findWindow(qint64 pid, const QString& title)
     {
         const auto content =
             X11ShareableContentSource::snapshot(m_session.displayName(), false, false);
         if (const auto* c = std::get_if<vistrel::ShareableContent>(&content))
             for (const vistrel::LiveWindow& w : c->windows)
-                if (w.title == u"Vistrel Output"_s && w.owningApplication &&
-                    w.owningApplication->processID == pid)
+                if (w.title == title && w.owningApplication &&
+                    w.owningApplication->processID == pid && m_session.isMapped(w.windowID))
                     return w.windowID;
         return 0;
     }
 
-    // Waits for the output window and for `colour` in it; its geometry.
-    std::optional<QRect> waitForOutput(QProcess& app, QRgb colour)
+    // Waits for the output window and for `colour` in its own pixels (the
+    // window starts docked, mostly off screen and below other windows).
+    xcb_window_t waitForOutput(QProcess& app, QRgb colour)
     {
         // Frames come some time after start (discovery, then a debounced update).
-        std::optional<QRect> geometry;
+        xcb_window_t output = 0;
         const bool shown = waitUntil(
             [&] {
-                const xcb_window_t output = findOutputWindow(app.processId());
-                geometry = output ? m_session.rootGeometry(output) : std::nullopt;
-                return geometry && countNear(m_session.grabRoot(*geometry), colour) > 5000;
+                output = findWindow(app.processId(), u"Vistrel Output"_s);
+                return output && countNear(m_session.grabWindow(output), colour) > 5000;
             },
             std::chrono::seconds(25));
-        return shown ? geometry : std::nullopt;
+        return shown ? output : 0;
+    }
+
+    bool waitForFrame(xcb_window_t window, const QRect& frame)
+    {
+        return waitUntil([&] { return m_session.rootGeometry(window) == frame; });
+    }
+
+    // Clicks like a user: move, press, release.
+    bool click(QPoint at)
+    {
+        return m_session.xdotool(
+            {u"mousemove"_s, QString::number(at.x()), QString::number(at.y()), u"click"_s, u"1"_s});
+    }
+
+    // The control window's two buttons in the bottom row.
+    static QPoint outputButton(const QRect& control)
+    {
+        return control.bottomLeft() + QPoint(35, -24);
+    }
+    static QPoint quitButton(const QRect& control)
+    {
+        return control.bottomRight() + QPoint(-50, -24);
     }
 
     static QString failureReport(QProcess& process)
@@ -151,7 +182,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY2(!qEnvironmentVariableIsEmpty("VISTREL_APP"), "VISTREL_APP is not set");
-        QVERIFY2(m_session.start({screenSize}), qPrintable(m_session.errorString()));
+        QVERIFY2(m_session.start({.monitorSize = monitorSize, .monitors = 2}),
+                 qPrintable(m_session.errorString()));
         for (const ClientApp& app : clientApps) {
             auto client = m_session.spawnClient(app.wmClass);
             QVERIFY2(client, qPrintable(m_session.errorString()));
@@ -159,6 +191,7 @@ private Q_SLOTS:
                                               u"title=%1 window"_s.arg(app.wmClass));
             QVERIFY2(id, qPrintable(client->lastError()));
             m_clients.push_back(std::move(client));
+            m_clientWindows.push_back(id);
         }
     }
 
@@ -205,35 +238,39 @@ private Q_SLOTS:
 
         auto app = startVistrel(state);
         QVERIFY(app);
-        const auto geometry = waitForOutput(*app, shown.first());
-        QVERIFY2(geometry,
+        const xcb_window_t output = waitForOutput(*app, shown.first());
+        QVERIFY2(output,
                  qPrintable(u"no output showing the admitted windows\n"_s + failureReport(*app)));
-        QCOMPARE(geometry->size(), QSize(1280, 780));
-        for (const ClientApp& client : clientApps)
-            QVERIFY2(!geometry->intersects(client.geometry),
-                     "the output window covers a client window; the grab would be meaningless");
+        QCOMPARE(m_session.rootGeometry(output)->size(), outputSize);
 
         QImage picture;
         QVERIFY(waitUntil([&] {
-            picture = m_session.grabRoot(*geometry);
+            picture = m_session.grabWindow(output);
             return std::all_of(shown.begin(), shown.end(),
                                [&](QRgb colour) { return countNear(picture, colour) >= 5000; });
         }));
         // Held for a while: a window that is not admitted never reaches a frame.
         for (int round = 0; round < 5; ++round) {
-            picture = m_session.grabRoot(*geometry);
+            picture = m_session.grabWindow(output);
             for (QRgb colour : hidden)
                 QVERIFY2(countNear(picture, colour) == 0,
                          qPrintable(u"#%1 is in the output"_s.arg(hexColour(colour))));
             QTest::qWait(200);
         }
-        // Scaled to the window: 560 x 380 at one half (the 2560-wide display in
-        // 1280 pixels) is about 53,000 pixels per window, and each shown window
-        // appears once: were the output window itself captured, its own picture
-        // would add a smaller copy of every shown window.
-        for (QRgb colour : shown) {
+        // Scaled by 1766 / 1920, each shown window appears once: were the
+        // output window itself captured, its own picture would add a smaller
+        // copy of every shown window.
+        // Where the window manager put each window, on LEFT.
+        const qreal scale = qreal(outputSize.width()) / monitorSize.width();
+        for (qsizetype i = 0; i < clientApps.size(); ++i) {
+            const QRgb colour = clientApps[i].colour;
+            if (!shown.contains(colour))
+                continue;
+            const QRect onLeft = m_session.rootGeometry(m_clientWindows[size_t(i)])
+                                     ->intersected(QRect({}, monitorSize));
+            const qreal expected = onLeft.width() * onLeft.height() * scale * scale;
             const int count = countNear(picture, colour);
-            QVERIFY2(count > 45000 && count < 60000,
+            QVERIFY2(count > 0.9 * expected && count < 1.1 * expected,
                      qPrintable(u"#%1 covers %2 pixels"_s.arg(hexColour(colour)).arg(count)));
         }
         picture.save(QDir::temp().filePath(
@@ -241,9 +278,93 @@ private Q_SLOTS:
                 .replace(u' ', u'-')
                 .remove(u':')));
 
-        // Closing the only window quits normally, without a sanitizer report.
-        m_session.requestClose(findOutputWindow(app->processId()));
-        QVERIFY2(app->waitForFinished(15000), "vistrel did not quit after its window closed");
+        // Quit from the control window: a normal exit without a sanitizer report.
+        const xcb_window_t control = findWindow(app->processId(), u"Vistrel"_s);
+        QVERIFY(control && click(quitButton(*m_session.rootGeometry(control))));
+        QVERIFY2(app->waitForFinished(15000), "vistrel did not quit");
+        QVERIFY2(app->exitStatus() == QProcess::NormalExit && app->exitCode() == 0,
+                 qPrintable(failureReport(*app)));
+    }
+
+    // The windows as a user meets them, one run from launch to quit.
+    void windowsFollowTheUser()
+    {
+        auto app = startVistrel(stateDocument(u"allowList"_s, u"Slides"_s));
+        QVERIFY(app);
+        const QRgb slides = clientApps[0].colour;
+        const xcb_window_t output = waitForOutput(*app, slides);
+        QVERIFY2(output, qPrintable(failureReport(*app)));
+        const xcb_window_t control = findWindow(app->processId(), u"Vistrel"_s);
+        QVERIFY(control);
+
+        // Launch: the control window centred on LEFT, 140 above its bottom,
+        // above other windows; the output docked at LEFT's bottom-left
+        // (RIGHT lies beyond the bottom-right), a tenth of it left on screen
+        // by the window manager, below Chat, out of the taskbar, and still
+        // readable: Slides in its own pixels, nothing of Chat over it.
+        QVERIFY(waitForFrame(control, controlFrame));
+        QVERIFY(m_session.hasState(control, "_NET_WM_STATE_ABOVE"));
+        const QRect docked = *m_session.rootGeometry(output);
+        QCOMPARE(docked.size(), outputSize);
+        QVERIFY2(docked.right() < 200 && docked.top() > 900, QTest::toString(docked));
+        for (const char* state :
+             {"_NET_WM_STATE_BELOW", "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"})
+            QVERIFY2(m_session.hasState(output, state), state);
+        const QImage dockedPicture = m_session.grabWindow(output);
+        QVERIFY(countNear(dockedPicture, slides) > 100000);
+        QCOMPARE(countNear(dockedPicture, clientApps[2].colour), 0);
+
+        // Shown: centred on LEFT at the canvas's aspect, above, in the taskbar.
+        QVERIFY(click(outputButton(controlFrame)));
+        QVERIFY(waitForFrame(output, QRect(QPoint(77, 43), outputSize)));
+        QVERIFY(!m_session.hasState(output, "_NET_WM_STATE_BELOW"));
+        QVERIFY(!m_session.hasState(output, "_NET_WM_STATE_SKIP_TASKBAR"));
+
+        // Dragged to RIGHT: it follows the pointer while the button is held,
+        // then re-centres there.
+        const QRect centredRight(QPoint(1920 + 77, 43), outputSize);
+        QVERIFY(m_session.xdotool({u"mousemove"_s, u"300"_s, u"300"_s, u"mousedown"_s, u"1"_s}));
+        QVERIFY(m_session.xdotool({u"mousemove"_s, u"800"_s, u"400"_s}));
+        QVERIFY(m_session.xdotool({u"mousemove"_s, u"2400"_s, u"400"_s}));
+        QVERIFY(waitUntil([&] { return m_session.rootGeometry(output)->left() > 1920; }));
+        QTest::qWait(300);
+        QVERIFY2(m_session.rootGeometry(output) != centredRight, "re-centred while held");
+        QVERIFY(m_session.xdotool({u"mouseup"_s, u"1"_s}));
+        QVERIFY(waitForFrame(output, centredRight));
+
+        // Docked and shown again: it stays with RIGHT; docked now at RIGHT's
+        // bottom-right, where no monitor lies beyond.
+        QVERIFY(click(outputButton(controlFrame)));
+        QVERIFY(waitUntil([&] { return m_session.rootGeometry(output)->left() > 3000; }));
+        QVERIFY(click(outputButton(controlFrame)));
+        QVERIFY(waitForFrame(output, centredRight));
+
+        // Close requests: the output docks, the control window hides.
+        m_session.requestClose(output);
+        QVERIFY(waitUntil([&] { return m_session.hasState(output, "_NET_WM_STATE_BELOW"); }));
+        QVERIFY(m_session.isMapped(output));
+        m_session.requestClose(control);
+        QVERIFY(waitUntil([&] { return !m_session.isMapped(control); }));
+
+        // Starting vistrel again brings the control window back and ends.
+        auto second = startVistrel({}, nullptr, false);
+        QVERIFY(second && second->waitForFinished(15000));
+        QVERIFY2(second->exitStatus() == QProcess::NormalExit && second->exitCode() == 0,
+                 qPrintable(failureReport(*second)));
+        QVERIFY(waitUntil([&] { return m_session.isMapped(control); }));
+        QCOMPARE(findWindow(app->processId(), u"Vistrel"_s), control);
+        QCOMPARE(findWindow(second->processId(), u"Vistrel"_s), xcb_window_t(0));
+
+        // Ctrl+Shift+H blanks the output's pixels, and again resumes them.
+        QVERIFY(m_session.xdotool({u"windowactivate"_s, u"--sync"_s, QString::number(control)}));
+        QVERIFY(m_session.xdotool({u"key"_s, u"ctrl+shift+h"_s}));
+        QVERIFY(waitUntil([&] { return countNear(m_session.grabWindow(output), slides) == 0; }));
+        QVERIFY(m_session.xdotool({u"key"_s, u"ctrl+shift+h"_s}));
+        QVERIFY(
+            waitUntil([&] { return countNear(m_session.grabWindow(output), slides) > 100000; }));
+
+        QVERIFY(click(quitButton(*m_session.rootGeometry(control))));
+        QVERIFY2(app->waitForFinished(15000), "vistrel did not quit");
         QVERIFY2(app->exitStatus() == QProcess::NormalExit && app->exitCode() == 0,
                  qPrintable(failureReport(*app)));
     }

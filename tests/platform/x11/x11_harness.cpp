@@ -245,20 +245,65 @@ std::optional<QRect> X11TestSession::rootGeometry(xcb_window_t window) const
     return QRect(translated->dst_x, translated->dst_y, geometry->width, geometry->height);
 }
 
-QImage X11TestSession::grabRoot(const QRect& area) const
+namespace {
+
+QImage grabDrawable(xcb_connection_t* c, xcb_drawable_t drawable, const QRect& area)
 {
-    xcb_connection_t* c = connection();
     auto [image, error] = x11::xcbReply(
         xcb_get_image_reply, c,
-        xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_root, qint16(area.x()), qint16(area.y()),
+        xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, drawable, qint16(area.x()), qint16(area.y()),
                       quint16(area.width()), quint16(area.height()), ~0u));
-    // Depth 24 on Xvfb comes as 32 bits per pixel, BGRX in memory = RGB32.
-    if (!image || image->depth != 24 ||
+    // Depth 24 (and 32) on Xvfb comes as 32 bits per pixel, BGRX in memory.
+    if (!image || (image->depth != 24 && image->depth != 32) ||
         xcb_get_image_data_length(image.get()) < area.width() * area.height() * 4)
         return {};
     return QImage(xcb_get_image_data(image.get()), area.width(), area.height(), area.width() * 4,
                   QImage::Format_RGB32)
         .copy();
+}
+
+} // namespace
+
+QImage X11TestSession::grabRoot(const QRect& area) const
+{
+    return grabDrawable(connection(), m_root, area);
+}
+
+QImage X11TestSession::grabWindow(xcb_window_t window) const
+{
+    const auto geometry = rootGeometry(window);
+    return geometry ? grabDrawable(connection(), window, QRect(QPoint(), geometry->size()))
+                    : QImage();
+}
+
+bool X11TestSession::isMapped(xcb_window_t window) const
+{
+    xcb_connection_t* c = connection();
+    auto [attributes, error] =
+        x11::xcbReply(xcb_get_window_attributes_reply, c, xcb_get_window_attributes(c, window));
+    return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
+}
+
+bool X11TestSession::hasState(xcb_window_t window, const char* state) const
+{
+    xcb_connection_t* c = connection();
+    auto [reply, error] =
+        x11::xcbReply(xcb_get_property_reply, c,
+                      xcb_get_property(c, 0, window, atom("_NET_WM_STATE"), XCB_ATOM_ATOM, 0, 64));
+    if (!reply || reply->format != 32)
+        return false;
+    const auto* atoms = static_cast<const xcb_atom_t*>(xcb_get_property_value(reply.get()));
+    const int count = xcb_get_property_value_length(reply.get()) / 4;
+    return std::find(atoms, atoms + count, atom(state)) != atoms + count;
+}
+
+bool X11TestSession::xdotool(const QStringList& arguments) const
+{
+    QProcess process;
+    process.setProcessEnvironment(m_environment);
+    process.start(u"xdotool"_s, arguments);
+    return process.waitForFinished(15000) && process.exitStatus() == QProcess::NormalExit &&
+           process.exitCode() == 0;
 }
 
 // -------------------------------------------------------------- frame sink

@@ -119,6 +119,15 @@ public:
     void warpPointer(int x, int y);
     // The root window's pixels (RGB32; null image on failure).
     QImage grabRoot(const QRect& area) const;
+    // A window's own pixels, as a window capture reads them (what covers the
+    // window shows unless its contents are kept off screen).
+    QImage grabWindow(xcb_window_t window) const;
+    bool isMapped(xcb_window_t window) const;
+    // Whether _NET_WM_STATE lists the state, e.g. "_NET_WM_STATE_BELOW".
+    bool hasState(xcb_window_t window, const char* state) const;
+    // Runs xdotool on the session (pointer and keyboard as a user drives
+    // them); false when it fails.
+    bool xdotool(const QStringList& arguments) const;
     // Root-coordinate geometry of a window, borders excluded.
     std::optional<QRect> rootGeometry(xcb_window_t window) const;
 

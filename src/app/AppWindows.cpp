@@ -1,0 +1,112 @@
+#include "app/AppWindows.h"
+
+#include "app/AppEnvironment.h"
+#include "app/AppLifecycleController.h"
+#include "app/AppMenu.h"
+#include "control/SimpleControlWindow.h"
+#include "coordination/MainViewModel.h"
+#include "coordination/OutputViewModel.h"
+#include "coordination/PresetStore.h"
+#include "presentation/OutputWindow.h"
+#include "presentation/WindowFrameStore.h"
+#include "presentation/WindowPlacementController.h"
+#include "presentation/WindowRegistry.h"
+
+#include <QAction>
+#include <QDir>
+#include <QPointer>
+
+using namespace Qt::StringLiterals;
+
+namespace vistrel {
+
+AppWindows::AppWindows(AppEnvironment& environment, AppLifecycleController& lifecycle,
+                       QObject* parent)
+    : QObject(parent), m_environment(environment), m_lifecycle(lifecycle),
+      m_frames(std::make_unique<WindowFrameStore>(
+          QDir(environment.presetStore().applicationDirectory()).filePath(u"WindowFrames.ini"_s))),
+      m_menu(std::make_unique<AppMenu>(environment.mainViewModel()))
+{
+    QPointer<AppLifecycleController> lifecycleRef = &lifecycle;
+    m_control = std::make_unique<SimpleControlWindow>(
+        environment.mainViewModel(), environment.windowRegistry(), m_menu->menu(), [lifecycleRef] {
+            if (lifecycleRef)
+                lifecycleRef->terminate();
+        });
+    m_control->addAction(m_menu->panicAction());
+    m_controlPlacement = new WindowPlacementController(
+        m_control.get(), ManagedWindowKind::simpleControl,
+        PlacementServices{environment.windowRegistry(), *environment.platform().screens,
+                          *environment.platform().windowSystem, *m_frames, [lifecycleRef] {
+                              return lifecycleRef && lifecycleRef->isTerminating();
+                          }});
+    connect(&environment.mainViewModel(), &MainViewModel::isAlwaysOnTopChanged, this,
+            &AppWindows::describeControl);
+    describeControl();
+}
+
+AppWindows::~AppWindows() = default;
+
+void AppWindows::prepareLaunch()
+{
+    if (m_hasPreparedLaunchWindows)
+        return;
+    m_hasPreparedLaunchWindows = true;
+    m_environment.mainViewModel().start();
+
+    WindowRegistry& registry = m_environment.windowRegistry();
+    if (!registry.isVisible(ManagedWindowKind::simpleControl)) {
+        if (!registry.hasWindow(ManagedWindowKind::simpleControl))
+            m_control->show();
+        else
+            registry.show(ManagedWindowKind::simpleControl, true);
+    }
+    if (!registry.hasWindow(ManagedWindowKind::output))
+        createOutputWindow();
+    registry.hide(ManagedWindowKind::output);
+}
+
+void AppWindows::createOutputWindow()
+{
+    QPointer<AppLifecycleController> lifecycleRef = &m_lifecycle;
+    m_output = std::make_unique<OutputWindow>(m_environment.outputViewModel(),
+                                              m_environment.windowRegistry());
+    m_output->addAction(m_menu->panicAction());
+    m_outputPlacement = new WindowPlacementController(
+        m_output.get(), ManagedWindowKind::output,
+        PlacementServices{m_environment.windowRegistry(), *m_environment.platform().screens,
+                          *m_environment.platform().windowSystem, *m_frames, [lifecycleRef] {
+                              return lifecycleRef && lifecycleRef->isTerminating();
+                          }});
+    const OutputViewModel& model = m_environment.outputViewModel();
+    connect(&model, &OutputViewModel::outputRecenterTokenChanged, this,
+            &AppWindows::describeOutput);
+    connect(&model, &OutputViewModel::presentationChanged, this, &AppWindows::describeOutput);
+    connect(&m_environment.windowRegistry(), &WindowRegistry::outputPresentationChanged, this,
+            &AppWindows::describeOutput);
+    describeOutput();
+    // Shown at once, docked: a meeting application can pick it as its source
+    // before the user brings it forward.
+    m_output->show();
+}
+
+void AppWindows::describeControl()
+{
+    WindowDescription description;
+    description.isAlwaysOnTop = m_environment.mainViewModel().isAlwaysOnTop();
+    m_controlPlacement->update(description);
+}
+
+void AppWindows::describeOutput()
+{
+    const OutputViewModel& model = m_environment.outputViewModel();
+    WindowDescription description;
+    const QSizeF canvas = model.canvasSize();
+    if (!canvas.isEmpty())
+        description.contentAspectRatio = canvas;
+    description.outputRecenterToken = model.outputRecenterToken();
+    description.outputPresentation = m_environment.windowRegistry().outputPresentation();
+    m_outputPlacement->update(description);
+}
+
+} // namespace vistrel
