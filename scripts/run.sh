@@ -36,8 +36,9 @@ trap 'exit 130' INT TERM
 eval "$(scripts/x11-session.sh start --dir "$session" --monitors 1 --size 1920x1080)"
 export DISPLAY XDG_RUNTIME_DIR
 
-# Three applications in a column on the right; the output window goes into
-# the free space on the left. Each client reads its commands from a pipe that
+# Two monitors. Three applications in a column on the right of the left
+# monitor; the output window is shown and dragged to the right monitor below,
+# as a user would. Each client reads its commands from a pipe that
 # this script holds open for as long as it runs.
 start_client() { # class colour x y w h title
   local fifo="$session/$1.in" fd
@@ -76,12 +77,20 @@ for _ in $(seq 1 100); do
   sleep 0.1
 done
 # Discovery, the first capture update and the first frames.
-sleep 4
+sleep 3
+# The output starts docked; show it with the control window's output button
+# ("Hidden", in the control window centred at the bottom of the left monitor)
+# and drag it to the right monitor, where it re-centres.
+xdotool mousemove 735 916 click 1
+sleep 1
+xdotool mousemove 300 300 mousedown 1 mousemove 900 300 mousemove 2300 300 mouseup 1
+sleep 2
 shot="$session/screenshot.png"
 import -window root "$shot"
 echo "run: Vistrel runs on the private display $DISPLAY; its log is $session/vistrel.log."
 echo "run: screenshot of that desktop: $shot"
-echo "     The output window (left) shows only Slides, the orange window on the right."
+echo "     Left monitor: the three applications and the control window; right monitor:"
+echo "     the output window, which shows only Slides, the orange window."
 
 if [[ -t 0 ]]; then
   if command -v x11vnc >/dev/null 2>&1; then

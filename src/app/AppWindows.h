@@ -13,6 +13,7 @@
 //
 // Main thread only. The environment and the lifecycle controller outlive it.
 
+#include <QIcon>
 #include <QObject>
 #include <memory>
 
@@ -41,6 +42,7 @@ public:
     AppMenu& menu() const { return *m_menu; }
 
 private:
+    static QIcon trayIcon();
     void createOutputWindow();
     void describeControl();
     void describeOutput();
