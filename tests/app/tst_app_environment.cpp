@@ -1,22 +1,29 @@
 // The environment as the application builds it, on Qt's offscreen platform:
 // the backend choice, the whole pipeline on the scripted demo desktop up to
-// the output window's pixels, and the clean failure when nothing can be
-// captured.
+// the output window's pixels, the clean failure when nothing can be
+// captured, the application menu and the one-instance guard.
 
 #include "app/AppEnvironment.h"
+#include "app/AppMenu.h"
 #include "app/PlatformServices.h"
+#include "app/SingleInstance.h"
 #include "capture/OutputRenderer.h"
 #include "coordination/MainViewModel.h"
 #include "coordination/OutputViewModel.h"
+#include "coordination/PresetModel.h"
 #include "presentation/ManagedWindowKind.h"
 #include "presentation/OutputWindow.h"
 #include "presentation/VideoLayerWidget.h"
 #include "presentation/WindowRegistry.h"
 
+#include <QAction>
 #include <QDir>
 #include <QFile>
+#include <QMenu>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 
 using namespace Qt::StringLiterals;
 using namespace vistrel;
@@ -205,6 +212,66 @@ private Q_SLOTS:
             for (int x = 0; x < middle.width(); ++x)
                 light += qGray(middle.pixel(x, y)) > 160;
         QVERIFY2(light > 200, qPrintable(QString::number(light)));
+    }
+
+    // The panic item's title follows the state both ways, whoever changes it;
+    // one "Load <title> Preset" item per built-in preset, in order, applies it.
+    void menuFollowsPanicAndPresets()
+    {
+        QTemporaryDir root;
+        AppEnvironment environment(createPlatformServices({PlatformBackendKind::sim, u"test"_s}),
+                                   root.path());
+        MainViewModel& model = environment.mainViewModel();
+        AppMenu menu(model);
+        QAction* panic = menu.panicAction();
+        QCOMPARE(panic->text(), u"Panic Hide Output"_s);
+        QCOMPARE(panic->shortcut(), QKeySequence(u"Ctrl+Shift+H"_s));
+        QCOMPARE(panic->shortcutContext(), Qt::ApplicationShortcut);
+        panic->trigger();
+        QVERIFY(model.isPanicHidden());
+        QCOMPARE(panic->text(), u"Resume Vistrel Output"_s);
+        model.setPanicHidden(false);
+        QCOMPARE(panic->text(), u"Panic Hide Output"_s);
+
+        const QList<QAction*> items = menu.menu()->actions();
+        const QList<SharePreset> builtIn = model.presetModel()->builtInPresets();
+        QCOMPARE(items.size(), 2 + builtIn.size());
+        QVERIFY(items[1]->isSeparator());
+        for (qsizetype i = 0; i < builtIn.size(); ++i)
+            QCOMPARE(items[2 + i]->text(), u"Load %1 Preset"_s.arg(builtIn[i].title));
+        model.setPanicHidden(true);
+        items.last()->trigger();
+        QCOMPARE(model.presetModel()->activePresetID(), std::optional(builtIn.last().id));
+        QVERIFY(!model.isPanicHidden());
+    }
+
+    // A second start finds the first and asks it to show itself; a lock left
+    // by a process that is gone is taken over.
+    void oneInstancePerUser()
+    {
+        QTemporaryDir runtime;
+        SingleInstance first(runtime.path());
+        QCOMPARE(first.claim(), SingleInstance::Role::primary);
+        QSignalSpy reopened(&first, &SingleInstance::reopenRequested);
+        // The second asks from a thread of its own, as another process would,
+        // while this thread answers.
+        SingleInstance::Role second = SingleInstance::Role::primary;
+        std::unique_ptr<QThread> asker(QThread::create([&] {
+            SingleInstance other(runtime.path());
+            second = other.claim();
+        }));
+        asker->start();
+        QTRY_VERIFY(asker->isFinished());
+        QCOMPARE(second, SingleInstance::Role::secondary);
+        QCOMPARE(reopened.size(), 1);
+
+        QTemporaryDir crashed;
+        QFile stale(crashed.filePath(u"Vistrel.lock"_s));
+        QVERIFY(stale.open(QIODevice::WriteOnly));
+        stale.write("999999999\nvistrel\n" + QSysInfo::machineHostName().toUtf8() + "\n");
+        stale.close();
+        SingleInstance recovered(crashed.path());
+        QCOMPARE(recovered.claim(), SingleInstance::Role::primary);
     }
 
     void videoRectKeepsTheCanvasAspect_data()

@@ -161,10 +161,14 @@ class TestVistrelX11 : public QObject {
             {u"mousemove"_s, QString::number(at.x()), QString::number(at.y()), u"click"_s, u"1"_s});
     }
 
-    // The control window's two buttons in the bottom row.
+    // The control window's controls in the bottom row.
     static QPoint outputButton(const QRect& control)
     {
         return control.bottomLeft() + QPoint(35, -24);
+    }
+    static QPoint alwaysOnTopBox(const QRect& control)
+    {
+        return control.bottomLeft() + QPoint(112, -24);
     }
     static QPoint quitButton(const QRect& control)
     {
@@ -304,6 +308,12 @@ private Q_SLOTS:
         // readable: Slides in its own pixels, nothing of Chat over it.
         QVERIFY(waitForFrame(control, controlFrame));
         QVERIFY(m_session.hasState(control, "_NET_WM_STATE_ABOVE"));
+        // "Always on Top" off and on again: the same window, in the same place.
+        QVERIFY(click(alwaysOnTopBox(controlFrame)));
+        QVERIFY(waitUntil([&] { return !m_session.hasState(control, "_NET_WM_STATE_ABOVE"); }));
+        QVERIFY(click(alwaysOnTopBox(controlFrame)));
+        QVERIFY(waitUntil([&] { return m_session.hasState(control, "_NET_WM_STATE_ABOVE"); }));
+        QCOMPARE(m_session.rootGeometry(control), std::optional(controlFrame));
         const QRect docked = *m_session.rootGeometry(output);
         QCOMPARE(docked.size(), outputSize);
         QVERIFY2(docked.right() < 200 && docked.top() > 900, QTest::toString(docked));
