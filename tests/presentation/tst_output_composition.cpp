@@ -1,0 +1,74 @@
+// The output window's composition rules that need no pipeline: symbols.
+
+#include "presentation/SymbolIcon.h"
+
+#include <QDir>
+#include <QFile>
+#include <QIcon>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace vistrel;
+
+class OutputCompositionTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        // As on a machine without any icon theme.
+        QIcon::setThemeSearchPaths({});
+        QIcon::setFallbackSearchPaths({});
+        QIcon::setThemeName(u"none"_s);
+    }
+
+    // Every symbol shows in its tint and only in its tint, from the bundled
+    // pictures when no theme has it.
+    void everySymbolShowsWithoutATheme()
+    {
+        const QColor tint(20, 160, 90);
+        QVERIFY(symbolImage(u"no.such.symbol", 38, tint).isNull());
+        for (const QString& name : knownSymbols()) {
+            QCOMPARE(symbolSource(name), u":/vistrel/symbols/%1.svg"_s.arg(name));
+            const QImage image =
+                symbolImage(name, 38, tint, 2.0).convertToFormat(QImage::Format_ARGB32);
+            QCOMPARE(image.size(), QSize(76, 76));
+            int solid = 0, clear = 0, foreign = 0;
+            for (int y = 0; y < image.height(); ++y)
+                for (int x = 0; x < image.width(); ++x) {
+                    const QRgb pixel = image.pixel(x, y);
+                    clear += qAlpha(pixel) == 0;
+                    solid += qAlpha(pixel) == 255;
+                    foreign += qAlpha(pixel) == 255 && QColor(pixel).rgb() != tint.rgb();
+                }
+            const int tenth = image.width() * image.height() / 10;
+            QVERIFY2(solid > tenth && clear > tenth && foreign == 0, qPrintable(name));
+        }
+    }
+
+    // A theme's symbolic name wins over its other name; what it lacks
+    // still comes from the bundled pictures.
+    void themeIconsComeFirst()
+    {
+        QTemporaryDir root;
+        QVERIFY(QDir(root.path()).mkpath(u"probe/s"_s));
+        QFile index(root.filePath(u"probe/index.theme"_s));
+        QVERIFY(index.open(QIODevice::WriteOnly) &&
+                index.write("[Icon Theme]\nDirectories=s\n[s]\nSize=16\nType=Scalable\n") > 0);
+        index.close();
+        for (const QString& name : {u"view-conceal-symbolic"_s, u"view-hidden"_s})
+            QVERIFY(QFile::copy(u":/vistrel/symbols/eye.slash.svg"_s,
+                                root.filePath(u"probe/s/%1.svg"_s.arg(name))));
+        QIcon::setThemeSearchPaths({root.path()});
+        QIcon::setThemeName(u"probe"_s);
+
+        QCOMPARE(symbolSource(u"eye.slash"), u"view-conceal-symbolic"_s);
+        QCOMPARE(symbolSource(u"display"), u":/vistrel/symbols/display.svg"_s);
+        const QImage themed = symbolImage(u"eye.slash", 38, Qt::red);
+        QCOMPARE(QColor(themed.pixel(19, 19)), QColor(Qt::red)); // the pupil
+    }
+};
+
+QTEST_MAIN(OutputCompositionTest)
+#include "tst_output_composition.moc"
