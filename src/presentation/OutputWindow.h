@@ -3,8 +3,8 @@
 // The "Vistrel Output" window: the surface the user shares in a meeting.
 // Back to front it shows the canvas colour, the canvas image (scaled to fill,
 // cropped by the window), the captured video laid out on the canvas's aspect
-// ratio, and, when the output view model says so, a notice with its title and
-// message; a thin decorative frame lies over everything.
+// ratio, and, when the output view model says so, a notice with its symbol,
+// title and message; a thin decorative frame lies over everything.
 //
 // The window registers itself with the window registry as the output window,
 // so its X11 window is excluded from every capture, and its video layer with
@@ -20,6 +20,7 @@
 
 namespace vistrel {
 
+class OutputOverlay;
 class OutputViewModel;
 class VideoLayerWidget;
 class WindowRegistry;
@@ -50,14 +51,12 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
 
 private:
-    class Overlay;
-
     void syncPresentation();
     void layoutChildren();
 
     OutputViewModel& m_viewModel;
     VideoLayerWidget* m_video;
-    Overlay* m_overlay;
+    OutputOverlay* m_overlay;
     QPixmap m_scaledCanvasImage;
     qint64 m_scaledCanvasImageKey = 0;
 };

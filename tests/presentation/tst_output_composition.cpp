@@ -1,5 +1,7 @@
-// The output window's composition rules that need no pipeline: symbols.
+// The output window's composition rules that need no pipeline: symbols and
+// the notice's symbol per status.
 
+#include "presentation/OutputOverlay.h"
 #include "presentation/SymbolIcon.h"
 
 #include <QDir>
@@ -67,6 +69,33 @@ private Q_SLOTS:
         QCOMPARE(symbolSource(u"display"), u":/vistrel/symbols/display.svg"_s);
         const QImage themed = symbolImage(u"eye.slash", 38, Qt::red);
         QCOMPARE(QColor(themed.pixel(19, 19)), QColor(Qt::red)); // the pupil
+    }
+
+    void noticeSymbol_data()
+    {
+        QTest::addColumn<StreamStatus>("status");
+        QTest::addColumn<bool>("isLightCanvas");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QColor>("tint");
+
+        QTest::newRow("panic hidden, dark canvas")
+            << StreamStatus::blank(OutputBlankReason::panicHidden) << false << u"eye.slash"_s
+            << QColor::fromRgbF(1, 1, 1, 0.7f);
+        QTest::newRow("panic hidden, white canvas")
+            << StreamStatus::blank(OutputBlankReason::panicHidden) << true << u"eye.slash"_s
+            << QColor::fromRgbF(0, 0, 0, 0.7f);
+        QTest::newRow("nothing selected stays orange on white")
+            << StreamStatus::blank(OutputBlankReason::nothingSelected) << true << u"eye.slash"_s
+            << QColor(0xff, 0x78, 0x00);
+    }
+
+    void noticeSymbol()
+    {
+        QFETCH(StreamStatus, status);
+        QFETCH(bool, isLightCanvas);
+        QFETCH(QString, name);
+        QFETCH(QColor, tint);
+        QCOMPARE(OutputOverlay::noticeSymbol(status, isLightCanvas), (NoticeSymbol{name, tint}));
     }
 };
 
