@@ -1,13 +1,17 @@
 #include "presentation/OutputWindow.h"
 
 #include "capture/OutputRenderer.h"
+#include "coordination/CameraSessionManager.h"
 #include "coordination/OutputViewModel.h"
+#include "model/OutputSettings.h"
+#include "presentation/CameraPreviewView.h"
 #include "presentation/ManagedWindowKind.h"
 #include "presentation/OutputOverlay.h"
 #include "presentation/VideoLayerWidget.h"
 #include "presentation/WidgetWindowHandle.h"
 #include "presentation/WindowRegistry.h"
 
+#include <QGraphicsDropShadowEffect>
 #include <QPainter>
 #include <QResizeEvent>
 
@@ -15,11 +19,31 @@ using namespace Qt::StringLiterals;
 
 namespace vistrel {
 
+namespace {
+
+// The bubble's side before sizeScale: this share of the picture's shorter
+// side, but never less than the minimum.
+constexpr qreal bubbleBaseShare = 0.12;
+constexpr qreal bubbleMinimumBase = 80;
+
+// The bubble layout reads a position's row and column from its value.
+static_assert([] {
+    for (size_t i = 0; i < allCameraPositions.size(); ++i) {
+        if (static_cast<size_t>(allCameraPositions[i]) != i)
+            return false;
+    }
+    return true;
+}());
+
+} // namespace
+
 OutputWindow::OutputWindow(OutputViewModel& viewModel, WindowRegistry& windowRegistry,
                            QWidget* parent)
     : QWidget(parent, Qt::Window), m_viewModel(viewModel), m_video(new VideoLayerWidget(this)),
-      m_overlay(new OutputOverlay(viewModel, this))
+      m_cameraBubble(new CameraPreviewView(this)), m_overlay(new OutputOverlay(viewModel, this))
 {
+    // Children stack in creation order: video, camera bubble, then the
+    // notice and frame overlay.
     setWindowTitle(u"Vistrel Output"_s);
     resize(defaultSize);
     setAttribute(Qt::WA_OpaquePaintEvent);
@@ -31,10 +55,20 @@ OutputWindow::OutputWindow(OutputViewModel& viewModel, WindowRegistry& windowReg
     // frame is never shown.
     m_viewModel.renderer().addDisplayLayer(m_video->displayLayer());
     m_video->setVisible(false);
-    m_overlay->raise();
+
+    // The shadow follows the bubble's shape, since the preview is transparent
+    // outside it.
+    auto* shadow = new QGraphicsDropShadowEffect(m_cameraBubble);
+    shadow->setColor(QColor::fromRgbF(0, 0, 0, 0.5f));
+    shadow->setBlurRadius(8);
+    shadow->setOffset(0, 4);
+    m_cameraBubble->setGraphicsEffect(shadow);
+    m_cameraBubble->setVisible(false);
 
     connect(&m_viewModel, &OutputViewModel::presentationChanged, this,
             &OutputWindow::syncPresentation);
+    connect(&m_viewModel.cameraSessionManager(), &CameraSessionManager::captureSessionChanged, this,
+            &OutputWindow::syncPresentation, Qt::QueuedConnection);
     windowRegistry.registerWindow(WidgetWindowHandle::forWidget(this), ManagedWindowKind::output);
     syncPresentation();
 }
@@ -58,6 +92,28 @@ QRectF OutputWindow::videoRect(const QSizeF& canvasSize, const QRectF& space)
     QRectF result(QPointF(), size);
     result.moveCenter(space.center());
     return result;
+}
+
+QRectF OutputWindow::cameraBubbleRect(const QSizeF& canvasSize, const QRectF& space,
+                                      const CameraOverlayConfiguration& configuration)
+{
+    const QRectF video = videoRect(canvasSize, space);
+    const qreal base =
+        std::max(bubbleBaseShare * std::min(video.width(), video.height()), bubbleMinimumBase);
+    const qreal side = configuration.sizeScale * base;
+    const qreal half = side / 2;
+    const qreal left = video.left() + half + configuration.marginLeft;
+    const qreal right = video.right() - half - configuration.marginRight;
+    const qreal top = video.top() + half + configuration.marginTop;
+    const qreal bottom = video.bottom() - half - configuration.marginBottom;
+    // The positions run row by row through a 3 x 3 grid; the middle column
+    // and row sit on the picture's centre line, whatever the margins.
+    const int index = static_cast<int>(configuration.position);
+    const int column = index % 3;
+    const int row = index / 3;
+    const qreal x = column == 0 ? left : column == 2 ? right : video.center().x();
+    const qreal y = row == 0 ? top : row == 2 ? bottom : video.center().y();
+    return QRectF(x - half, y - half, side, side);
 }
 
 QRectF OutputWindow::fillRect(const QSizeF& imageSize, const QRectF& space)
@@ -101,6 +157,13 @@ void OutputWindow::resizeEvent(QResizeEvent* event)
 void OutputWindow::syncPresentation()
 {
     m_video->setVisible(m_viewModel.hasLiveFrame());
+    const CameraOverlayConfiguration& camera = m_viewModel.cameraOverlay();
+    CameraSession* session = m_viewModel.cameraSessionManager().captureSession();
+    const bool showsBubble = m_viewModel.showsCameraOverlay() && session;
+    m_cameraBubble->setSession(showsBubble ? session : nullptr);
+    m_cameraBubble->setShape(camera.shape);
+    m_cameraBubble->setMirrored(camera.isMirrored);
+    m_cameraBubble->setVisible(showsBubble);
     layoutChildren();
     update();
     m_overlay->update();
@@ -109,6 +172,11 @@ void OutputWindow::syncPresentation()
 void OutputWindow::layoutChildren()
 {
     m_video->setGeometry(videoRect(m_viewModel.canvasSize(), rect()).toAlignedRect());
+    // Rounded as a whole so the bubble stays square.
+    const QRectF bubble =
+        cameraBubbleRect(m_viewModel.canvasSize(), rect(), m_viewModel.cameraOverlay());
+    m_cameraBubble->setGeometry(qRound(bubble.x()), qRound(bubble.y()), qRound(bubble.width()),
+                                qRound(bubble.width()));
     m_overlay->setGeometry(rect());
 }
 

@@ -1,7 +1,9 @@
-// The output window's composition rules that need no pipeline: symbols and
-// the notice's symbol per status.
+// The output window's composition rules that need no pipeline: symbols, the
+// notice's symbol per status, and the camera bubble's place on the picture.
 
+#include "model/OutputSettings.h"
 #include "presentation/OutputOverlay.h"
+#include "presentation/OutputWindow.h"
 #include "presentation/SymbolIcon.h"
 
 #include <QDir>
@@ -96,6 +98,45 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(QColor, tint);
         QCOMPARE(OutputOverlay::noticeSymbol(status, isLightCanvas), (NoticeSymbol{name, tint}));
+    }
+
+    void cameraBubbleRect_data()
+    {
+        QTest::addColumn<QSizeF>("space");
+        QTest::addColumn<CameraPosition>("position");
+        QTest::addColumn<double>("sizeScale");
+        QTest::addColumn<QRectF>("expected");
+
+        // A 16:9 canvas; margins left 10, top 20, right 30, bottom 40.
+        // Picture 2000 x 1125 at y 437.5; side 1.5 x 12 % of 1125.
+        QTest::newRow("square window: bottomRight against the picture")
+            << QSizeF(2000, 2000) << CameraPosition::bottomRight << 1.5
+            << QRectF(1767.5, 1320, 202.5, 202.5);
+        // Picture 160 x 90 at x 80; 12 % would be 10.8.
+        QTest::newRow("tiny window keeps sizeScale x 80")
+            << QSizeF(320, 90) << CameraPosition::topLeft << 2.0 << QRectF(90, 20, 160, 160);
+        QTest::newRow("center ignores all margins") << QSizeF(1280, 720) << CameraPosition::center
+                                                    << 1.0 << QRectF(596.8, 316.8, 86.4, 86.4);
+        QTest::newRow("top ignores left and right")
+            << QSizeF(1280, 720) << CameraPosition::top << 1.0 << QRectF(596.8, 20, 86.4, 86.4);
+        QTest::newRow("left ignores top and bottom")
+            << QSizeF(1280, 720) << CameraPosition::left << 1.0 << QRectF(10, 316.8, 86.4, 86.4);
+    }
+
+    void cameraBubbleRect()
+    {
+        QFETCH(QSizeF, space);
+        QFETCH(CameraPosition, position);
+        QFETCH(double, sizeScale);
+        QFETCH(QRectF, expected);
+        CameraOverlayConfiguration camera;
+        camera.position = position;
+        camera.sizeScale = sizeScale;
+        camera.marginLeft = 10;
+        camera.marginTop = 20;
+        camera.marginRight = 30;
+        camera.marginBottom = 40;
+        QCOMPARE(OutputWindow::cameraBubbleRect({1920, 1080}, QRectF({}, space), camera), expected);
     }
 };
 
