@@ -1,16 +1,19 @@
 #include "presentation/OutputWindow.h"
 
 #include "capture/OutputRenderer.h"
+#include "coordination/CameraSessionManager.h"
 #include "coordination/OutputViewModel.h"
+#include "model/OutputSettings.h"
+#include "presentation/CameraPreviewView.h"
 #include "presentation/ManagedWindowKind.h"
+#include "presentation/OutputOverlay.h"
 #include "presentation/VideoLayerWidget.h"
 #include "presentation/WidgetWindowHandle.h"
 #include "presentation/WindowRegistry.h"
 
-#include <QLinearGradient>
+#include <QGraphicsDropShadowEffect>
 #include <QPainter>
 #include <QResizeEvent>
-#include <QTextOption>
 
 using namespace Qt::StringLiterals;
 
@@ -18,120 +21,29 @@ namespace vistrel {
 
 namespace {
 
-constexpr qreal noticePadding = 32;
-constexpr qreal noticeSpacing = 14;
-constexpr qreal noticeMessageWidth = 520;
+// The bubble's side before sizeScale: this share of the picture's shorter
+// side, but never less than the minimum.
+constexpr qreal bubbleBaseShare = 0.12;
+constexpr qreal bubbleMinimumBase = 80;
 
-QFont noticeFont(const QFont& base, int pixelSize, QFont::Weight weight)
-{
-    QFont font = base;
-    font.setPixelSize(pixelSize);
-    font.setWeight(weight);
-    return font;
-}
+// The bubble layout reads a position's row and column from its value.
+static_assert([] {
+    for (size_t i = 0; i < allCameraPositions.size(); ++i) {
+        if (static_cast<size_t>(allCameraPositions[i]) != i)
+            return false;
+    }
+    return true;
+}());
 
 } // namespace
-
-// Draws what lies over the video: the notice and the decorative frame. It
-// takes no input, so clicks reach the window below.
-class OutputWindow::Overlay final : public QWidget {
-public:
-    Overlay(OutputViewModel& viewModel, QWidget* parent) : QWidget(parent), m_viewModel(viewModel)
-    {
-        setAttribute(Qt::WA_TransparentForMouseEvents);
-        setAttribute(Qt::WA_NoSystemBackground);
-    }
-
-protected:
-    void paintEvent(QPaintEvent*) override
-    {
-        QPainter painter(this);
-        painter.setRenderHint(QPainter::Antialiasing);
-        if (m_viewModel.showsNotice())
-            paintNotice(painter);
-        paintFrame(painter);
-    }
-
-private:
-    void paintNotice(QPainter& painter)
-    {
-        const bool light = m_viewModel.isLightCanvas();
-        const QColor titleColor = light ? QColor(0, 0, 0) : QColor(255, 255, 255);
-        const QColor messageColor =
-            light ? QColor::fromRgbF(0, 0, 0, 0.68f) : QColor::fromRgbF(1, 1, 1, 0.72f);
-        const QFont titleFont = noticeFont(font(), 20, QFont::DemiBold);
-        const QFont messageFont = noticeFont(font(), 14, QFont::Normal);
-
-        const QRectF area =
-            QRectF(rect()).adjusted(noticePadding, noticePadding, -noticePadding, -noticePadding);
-        if (area.width() <= 0 || area.height() <= 0)
-            return;
-        QTextOption centred(Qt::AlignHCenter);
-        centred.setWrapMode(QTextOption::WordWrap);
-        const qreal messageWidth = std::min(noticeMessageWidth, area.width());
-
-        const QString title = m_viewModel.noticeTitle();
-        const QString message = m_viewModel.noticeMessage();
-        painter.setFont(titleFont);
-        const QRectF titleBounds =
-            painter.boundingRect(QRectF(0, 0, area.width(), area.height()), title, centred);
-        painter.setFont(messageFont);
-        const QRectF messageBounds =
-            message.isEmpty()
-                ? QRectF()
-                : painter.boundingRect(QRectF(0, 0, messageWidth, area.height()), message, centred);
-        const qreal height =
-            titleBounds.height() + (message.isEmpty() ? 0 : noticeSpacing + messageBounds.height());
-        qreal y = area.center().y() - height / 2;
-
-        painter.setFont(titleFont);
-        painter.setPen(titleColor);
-        painter.drawText(QRectF(area.left(), y, area.width(), titleBounds.height()), title,
-                         centred);
-        if (message.isEmpty())
-            return;
-        y += titleBounds.height() + noticeSpacing;
-        painter.setFont(messageFont);
-        painter.setPen(messageColor);
-        painter.drawText(
-            QRectF(area.center().x() - messageWidth / 2, y, messageWidth, messageBounds.height()),
-            message, centred);
-    }
-
-    // Three one-pixel borders inside the window's edge: a light gradient
-    // rim, a dark line and a faint light line.
-    void paintFrame(QPainter& painter)
-    {
-        painter.setRenderHint(QPainter::Antialiasing, false);
-        const QRectF outer = rect();
-        QLinearGradient rim(outer.topLeft(), outer.bottomLeft());
-        rim.setColorAt(0, QColor::fromRgbF(1, 1, 1, 0.24f));
-        rim.setColorAt(0.5, QColor::fromRgbF(1, 1, 1, 0.12f));
-        rim.setColorAt(1, QColor::fromRgbF(1, 1, 1, 0.08f));
-        strokeInside(painter, outer, QBrush(rim));
-        strokeInside(painter, outer.adjusted(1, 1, -1, -1), QColor::fromRgbF(0, 0, 0, 0.34f));
-        strokeInside(painter, outer.adjusted(2, 2, -2, -2), QColor::fromRgbF(1, 1, 1, 0.04f));
-    }
-
-    static void strokeInside(QPainter& painter, const QRectF& r, const QBrush& brush)
-    {
-        if (r.width() < 2 || r.height() < 2)
-            return;
-        // Four one-pixel bands, so no pixel is painted twice.
-        painter.fillRect(QRectF(r.left(), r.top(), r.width(), 1), brush);
-        painter.fillRect(QRectF(r.left(), r.bottom() - 1, r.width(), 1), brush);
-        painter.fillRect(QRectF(r.left(), r.top() + 1, 1, r.height() - 2), brush);
-        painter.fillRect(QRectF(r.right() - 1, r.top() + 1, 1, r.height() - 2), brush);
-    }
-
-    OutputViewModel& m_viewModel;
-};
 
 OutputWindow::OutputWindow(OutputViewModel& viewModel, WindowRegistry& windowRegistry,
                            QWidget* parent)
     : QWidget(parent, Qt::Window), m_viewModel(viewModel), m_video(new VideoLayerWidget(this)),
-      m_overlay(new Overlay(viewModel, this))
+      m_cameraBubble(new CameraPreviewView(this)), m_overlay(new OutputOverlay(viewModel, this))
 {
+    // Children stack in creation order: video, camera bubble, then the
+    // notice and frame overlay.
     setWindowTitle(u"Vistrel Output"_s);
     resize(defaultSize);
     setAttribute(Qt::WA_OpaquePaintEvent);
@@ -143,10 +55,20 @@ OutputWindow::OutputWindow(OutputViewModel& viewModel, WindowRegistry& windowReg
     // frame is never shown.
     m_viewModel.renderer().addDisplayLayer(m_video->displayLayer());
     m_video->setVisible(false);
-    m_overlay->raise();
+
+    // The shadow follows the bubble's shape, since the preview is transparent
+    // outside it.
+    auto* shadow = new QGraphicsDropShadowEffect(m_cameraBubble);
+    shadow->setColor(QColor::fromRgbF(0, 0, 0, 0.5f));
+    shadow->setBlurRadius(8);
+    shadow->setOffset(0, 4);
+    m_cameraBubble->setGraphicsEffect(shadow);
+    m_cameraBubble->setVisible(false);
 
     connect(&m_viewModel, &OutputViewModel::presentationChanged, this,
             &OutputWindow::syncPresentation);
+    connect(&m_viewModel.cameraSessionManager(), &CameraSessionManager::captureSessionChanged, this,
+            &OutputWindow::syncPresentation, Qt::QueuedConnection);
     windowRegistry.registerWindow(WidgetWindowHandle::forWidget(this), ManagedWindowKind::output);
     syncPresentation();
 }
@@ -170,6 +92,28 @@ QRectF OutputWindow::videoRect(const QSizeF& canvasSize, const QRectF& space)
     QRectF result(QPointF(), size);
     result.moveCenter(space.center());
     return result;
+}
+
+QRectF OutputWindow::cameraBubbleRect(const QSizeF& canvasSize, const QRectF& space,
+                                      const CameraOverlayConfiguration& configuration)
+{
+    const QRectF video = videoRect(canvasSize, space);
+    const qreal base =
+        std::max(bubbleBaseShare * std::min(video.width(), video.height()), bubbleMinimumBase);
+    const qreal side = configuration.sizeScale * base;
+    const qreal half = side / 2;
+    const qreal left = video.left() + half + configuration.marginLeft;
+    const qreal right = video.right() - half - configuration.marginRight;
+    const qreal top = video.top() + half + configuration.marginTop;
+    const qreal bottom = video.bottom() - half - configuration.marginBottom;
+    // The positions run row by row through a 3 x 3 grid; the middle column
+    // and row sit on the picture's centre line, whatever the margins.
+    const int index = static_cast<int>(configuration.position);
+    const int column = index % 3;
+    const int row = index / 3;
+    const qreal x = column == 0 ? left : column == 2 ? right : video.center().x();
+    const qreal y = row == 0 ? top : row == 2 ? bottom : video.center().y();
+    return QRectF(x - half, y - half, side, side);
 }
 
 QRectF OutputWindow::fillRect(const QSizeF& imageSize, const QRectF& space)
@@ -213,6 +157,13 @@ void OutputWindow::resizeEvent(QResizeEvent* event)
 void OutputWindow::syncPresentation()
 {
     m_video->setVisible(m_viewModel.hasLiveFrame());
+    const CameraOverlayConfiguration& camera = m_viewModel.cameraOverlay();
+    CameraSession* session = m_viewModel.cameraSessionManager().captureSession();
+    const bool showsBubble = m_viewModel.showsCameraOverlay() && session;
+    m_cameraBubble->setSession(showsBubble ? session : nullptr);
+    m_cameraBubble->setShape(camera.shape);
+    m_cameraBubble->setMirrored(camera.isMirrored);
+    m_cameraBubble->setVisible(showsBubble);
     layoutChildren();
     update();
     m_overlay->update();
@@ -221,6 +172,11 @@ void OutputWindow::syncPresentation()
 void OutputWindow::layoutChildren()
 {
     m_video->setGeometry(videoRect(m_viewModel.canvasSize(), rect()).toAlignedRect());
+    // Rounded as a whole so the bubble stays square.
+    const QRectF bubble =
+        cameraBubbleRect(m_viewModel.canvasSize(), rect(), m_viewModel.cameraOverlay());
+    m_cameraBubble->setGeometry(qRound(bubble.x()), qRound(bubble.y()), qRound(bubble.width()),
+                                qRound(bubble.width()));
     m_overlay->setGeometry(rect());
 }
 

@@ -11,6 +11,8 @@
 #include "coordination/MainViewModel.h"
 #include "coordination/OutputViewModel.h"
 #include "coordination/PresetModel.h"
+#include "platform/camera/TestPatternCamera.h"
+#include "presentation/CameraPreviewView.h"
 #include "presentation/ManagedWindowKind.h"
 #include "presentation/OutputWindow.h"
 #include "presentation/VideoLayerWidget.h"
@@ -306,6 +308,37 @@ private Q_SLOTS:
                  QRectF(0, -100, 400, 400));
         QCOMPARE(OutputWindow::fillRect(QSizeF(300, 100), QRectF(0, 0, 400, 400)),
                  QRectF(-400, 0, 1200, 400));
+    }
+
+    // The bubble shows the running camera, shaped, mirrored and placed as
+    // configured.
+    void cameraBubbleShowsTheCamera()
+    {
+        qputenv("VISTREL_TEST_CAMERA", "1");
+        QTemporaryDir root;
+        AppEnvironment environment(createPlatformServices({PlatformBackendKind::sim, u"test"_s}),
+                                   root.path());
+        qunsetenv("VISTREL_TEST_CAMERA");
+        OutputWindow window(environment.outputViewModel(), environment.windowRegistry());
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        CameraOverlayConfiguration camera;
+        camera.isEnabled = true;
+        camera.cameraDeviceID = TestPatternCameraPort::deviceID(0);
+        camera.shape = CameraShape::square;
+        camera.isMirrored = true;
+        environment.mainViewModel().setCameraOverlay(camera);
+        QTRY_VERIFY_WITH_TIMEOUT(window.cameraBubble()->isVisible(), 5000);
+
+        const QRect bubble = window.cameraBubble()->geometry();
+        QCOMPARE(bubble, OutputWindow::cameraBubbleRect(environment.outputViewModel().canvasSize(),
+                                                        window.rect(), camera)
+                             .toRect());
+        // Mirrored: the camera's right half on the left, into the corners.
+        QTRY_COMPARE_WITH_TIMEOUT(QColor(window.grab(bubble).toImage().pixel(3, 3)),
+                                  TestPatternCameraPort::rightColor(0), 5000);
+        QCOMPARE(QColor(window.grab(bubble).toImage().pixel(bubble.width() - 4, 3)),
+                 TestPatternCameraPort::leftColor(0));
     }
 };
 
