@@ -316,7 +316,8 @@ private Q_SLOTS:
         QCOMPARE(m_session.rootGeometry(control), std::optional(controlFrame));
         const QRect docked = *m_session.rootGeometry(output);
         QCOMPARE(docked.size(), outputSize);
-        QVERIFY2(docked.right() < 200 && docked.top() > 900, QTest::toString(docked));
+        QVERIFY2(docked.right() < 200 && docked.top() > 900,
+                 qPrintable(u"docked at %1,%2"_s.arg(docked.x()).arg(docked.y())));
         for (const char* state :
              {"_NET_WM_STATE_BELOW", "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"})
             QVERIFY2(m_session.hasState(output, state), state);
