@@ -33,7 +33,7 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 
-eval "$(scripts/x11-session.sh start --dir "$session" --monitors 1 --size 1920x1080)"
+eval "$(scripts/x11-session.sh start --dir "$session" --monitors 2 --size 1920x1080)"
 export DISPLAY XDG_RUNTIME_DIR
 
 # Two monitors. Three applications in a column on the right of the left
@@ -83,7 +83,13 @@ sleep 3
 # and drag it to the right monitor, where it re-centres.
 xdotool mousemove 735 916 click 1
 sleep 1
-xdotool mousemove 300 300 mousedown 1 mousemove 900 300 mousemove 2300 300 mouseup 1
+xdotool mousemove 300 300 mousedown 1
+sleep 0.3 # the window manager takes the pointer for the move
+xdotool mousemove 900 300
+sleep 0.2
+xdotool mousemove 2300 300
+sleep 0.3
+xdotool mouseup 1
 sleep 2
 shot="$session/screenshot.png"
 import -window root "$shot"
