@@ -6,6 +6,7 @@
 #include "app/AppWindows.h"
 #include "app/PlatformServices.h"
 #include "app/SingleInstance.h"
+#include "app/TerminationSignals.h"
 
 #include <QApplication>
 #include <QLoggingCategory>
@@ -103,8 +104,13 @@ int main(int argc, char** argv)
     QObject::connect(&instance, &vistrel::SingleInstance::reopenRequested, &lifecycle,
                      &vistrel::AppLifecycleController::reopen);
 
+    vistrel::TerminationSignals signals([&lifecycle] { lifecycle.terminate(); });
+
     vistrel::AppWindows windows(environment, lifecycle);
     // Nothing is discovered or captured before the control window is up.
     QMetaObject::invokeMethod(&windows, &vistrel::AppWindows::prepareLaunch, Qt::QueuedConnection);
-    return app.exec();
+    const int status = app.exec();
+    // A change made just before quitting is still waiting for its save.
+    environment.finishBeforeExit();
+    return status;
 }

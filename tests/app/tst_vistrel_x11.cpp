@@ -224,14 +224,17 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("state");
         QTest::addColumn<QList<QRgb>>("shown");
         QTest::addColumn<QList<QRgb>>("hidden");
+        QTest::addColumn<bool>("quitBySignal"); // SIGTERM, as at logout, else "Quit"
 
         const QRgb slides = clientApps[0].colour;
         const QRgb mail = clientApps[1].colour;
         const QRgb chat = clientApps[2].colour;
-        QTest::newRow("allow list: only Slides") << stateDocument(u"allowList"_s, u"Slides"_s)
-                                                 << QList<QRgb>{slides} << QList<QRgb>{mail, chat};
-        QTest::newRow("block list: all but Mail") << stateDocument(u"blockList"_s, u"Mail"_s)
-                                                  << QList<QRgb>{slides, chat} << QList<QRgb>{mail};
+        QTest::newRow("allow list: only Slides")
+            << stateDocument(u"allowList"_s, u"Slides"_s) << QList<QRgb>{slides}
+            << QList<QRgb>{mail, chat} << false;
+        QTest::newRow("block list: all but Mail")
+            << stateDocument(u"blockList"_s, u"Mail"_s) << QList<QRgb>{slides, chat}
+            << QList<QRgb>{mail} << true;
     }
 
     void outputShowsOnlyAdmittedApplications()
@@ -239,6 +242,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, state);
         QFETCH(QList<QRgb>, shown);
         QFETCH(QList<QRgb>, hidden);
+        QFETCH(bool, quitBySignal);
 
         auto app = startVistrel(state);
         QVERIFY(app);
@@ -282,9 +286,12 @@ private Q_SLOTS:
                 .replace(u' ', u'-')
                 .remove(u':')));
 
-        // Quit from the control window: a normal exit without a sanitizer report.
+        // Quit: a normal exit without a sanitizer report.
         const xcb_window_t control = findWindow(app->processId(), u"Vistrel"_s);
-        QVERIFY(control && click(quitButton(*m_session.rootGeometry(control))));
+        if (quitBySignal)
+            app->terminate();
+        else
+            QVERIFY(control && click(quitButton(*m_session.rootGeometry(control))));
         QVERIFY2(app->waitForFinished(15000), "vistrel did not quit");
         QVERIFY2(app->exitStatus() == QProcess::NormalExit && app->exitCode() == 0,
                  qPrintable(failureReport(*app)));
