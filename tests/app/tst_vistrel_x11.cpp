@@ -175,6 +175,24 @@ class TestVistrelX11 : public QObject {
         return control.bottomRight() + QPoint(-50, -24);
     }
 
+    // Quits as a user does ("Quit", or SIGTERM as at logout) and expects a
+    // normal exit; what went wrong, if anything.
+    QString quit(QProcess& app, bool bySignal)
+    {
+        if (bySignal) {
+            app.terminate();
+        } else {
+            const xcb_window_t control = findWindow(app.processId(), u"Vistrel"_s);
+            if (!control || !click(quitButton(*m_session.rootGeometry(control))))
+                return u"no Quit button to click"_s;
+        }
+        if (!app.waitForFinished(15000))
+            return u"vistrel did not quit"_s;
+        if (app.exitStatus() != QProcess::NormalExit || app.exitCode() != 0)
+            return failureReport(app);
+        return {};
+    }
+
     static QString failureReport(QProcess& process)
     {
         QString report =
@@ -287,14 +305,8 @@ private Q_SLOTS:
                 .remove(u':')));
 
         // Quit: a normal exit without a sanitizer report.
-        const xcb_window_t control = findWindow(app->processId(), u"Vistrel"_s);
-        if (quitBySignal)
-            app->terminate();
-        else
-            QVERIFY(control && click(quitButton(*m_session.rootGeometry(control))));
-        QVERIFY2(app->waitForFinished(15000), "vistrel did not quit");
-        QVERIFY2(app->exitStatus() == QProcess::NormalExit && app->exitCode() == 0,
-                 qPrintable(failureReport(*app)));
+        const QString failure = quit(*app, quitBySignal);
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
     }
 
     // The windows as a user meets them, one run from launch to quit.
@@ -381,10 +393,8 @@ private Q_SLOTS:
         QVERIFY(
             waitUntil([&] { return countNear(m_session.grabWindow(output), slides) > 100000; }));
 
-        QVERIFY(click(quitButton(*m_session.rootGeometry(control))));
-        QVERIFY2(app->waitForFinished(15000), "vistrel did not quit");
-        QVERIFY2(app->exitStatus() == QProcess::NormalExit && app->exitCode() == 0,
-                 qPrintable(failureReport(*app)));
+        const QString failure = quit(*app, false);
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
     }
 
     // Last: stops the session.
