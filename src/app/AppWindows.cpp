@@ -3,11 +3,12 @@
 #include "app/AppEnvironment.h"
 #include "app/AppLifecycleController.h"
 #include "app/AppMenu.h"
-#include "control/SimpleControlWindow.h"
+#include "control/MainControlWindow.h"
 #include "coordination/MainViewModel.h"
 #include "coordination/OutputViewModel.h"
 #include "coordination/PresetStore.h"
 #include "presentation/OutputWindow.h"
+#include "presentation/PopoverHub.h"
 #include "presentation/WindowFrameStore.h"
 #include "presentation/WindowPlacementController.h"
 #include "presentation/WindowRegistry.h"
@@ -30,11 +31,19 @@ AppWindows::AppWindows(AppEnvironment& environment, AppLifecycleController& life
       m_menu(std::make_unique<AppMenu>(environment.mainViewModel()))
 {
     QPointer<AppLifecycleController> lifecycleRef = &lifecycle;
-    m_control = std::make_unique<SimpleControlWindow>(
-        environment.mainViewModel(), environment.windowRegistry(), m_menu->menu(), [lifecycleRef] {
-            if (lifecycleRef)
-                lifecycleRef->terminate();
-        });
+    m_popoverHub = std::make_unique<PopoverHub>();
+    WindowRegistry* registry = &environment.windowRegistry();
+    ControlDeck::Actions actions;
+    actions.togglePreview = [registry] {
+        registry->setPreviewVisible(!registry->isPreviewVisible());
+    };
+    actions.quit = [lifecycleRef] {
+        if (lifecycleRef)
+            lifecycleRef->terminate();
+    };
+    actions.menu = m_menu->menu();
+    m_control = std::make_unique<MainControlWindow>(environment.mainViewModel(), *registry,
+                                                    *m_popoverHub, std::move(actions));
     m_control->addAction(m_menu->panicAction());
     m_controlPlacement = new WindowPlacementController(
         m_control.get(), ManagedWindowKind::simpleControl,
@@ -43,6 +52,8 @@ AppWindows::AppWindows(AppEnvironment& environment, AppLifecycleController& life
                               return lifecycleRef && lifecycleRef->isTerminating();
                           }});
     connect(&environment.mainViewModel(), &MainViewModel::isAlwaysOnTopChanged, this,
+            &AppWindows::describeControl);
+    connect(m_control.get(), &MainControlWindow::preferredHeightChanged, this,
             &AppWindows::describeControl);
     describeControl();
 
@@ -121,6 +132,7 @@ void AppWindows::describeControl()
 {
     WindowDescription description;
     description.isAlwaysOnTop = m_environment.mainViewModel().isAlwaysOnTop();
+    description.preferredSimpleWindowHeight = m_control->preferredHeight();
     m_controlPlacement->update(description);
 }
 

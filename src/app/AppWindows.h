@@ -23,7 +23,8 @@ class AppEnvironment;
 class AppLifecycleController;
 class AppMenu;
 class OutputWindow;
-class SimpleControlWindow;
+class MainControlWindow;
+class PopoverHub;
 class WindowFrameStore;
 class WindowPlacementController;
 
@@ -37,7 +38,7 @@ public:
 
     void prepareLaunch();
 
-    SimpleControlWindow* controlWindow() const { return m_control.get(); }
+    MainControlWindow* controlWindow() const { return m_control.get(); }
     OutputWindow* outputWindow() const { return m_output.get(); }
     AppMenu& menu() const { return *m_menu; }
 
@@ -52,7 +53,8 @@ private:
     bool m_hasPreparedLaunchWindows = false;
     std::unique_ptr<WindowFrameStore> m_frames;
     std::unique_ptr<AppMenu> m_menu;
-    std::unique_ptr<SimpleControlWindow> m_control;
+    std::unique_ptr<PopoverHub> m_popoverHub;
+    std::unique_ptr<MainControlWindow> m_control;
     std::unique_ptr<OutputWindow> m_output;
     WindowPlacementController* m_controlPlacement = nullptr; // child of its window
     WindowPlacementController* m_outputPlacement = nullptr;

@@ -346,6 +346,16 @@ SourceVisibilityState MainViewModel::visibilityState(const ShareableApp& app) co
     return policy().applicationState(app.identity, windowIdentities(app));
 }
 
+void MainViewModel::requestScreenRecordingAccess()
+{
+    m_permissionManager.requestAccess();
+}
+
+void MainViewModel::openScreenRecordingSettings()
+{
+    m_permissionManager.openSystemSettings();
+}
+
 QString MainViewModel::selectedDisplayName() const
 {
     if (const std::optional<quint32> selected = selectedDisplayID()) {

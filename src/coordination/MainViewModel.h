@@ -143,6 +143,9 @@ public:
     // Clears the active rule list and the active preset; nothing without rules.
     void resetRules();
     void scheduleCaptureUpdate();
+    // Asks for screen capture access again; opens the help on capture access.
+    void requestScreenRecordingAccess();
+    void openScreenRecordingSettings();
     void schedulePersistence();
     bool hasPendingCaptureUpdate() const;
     bool hasPendingSave() const;

@@ -27,6 +27,25 @@ constexpr SymbolRow symbolTable[] = {
     {"lock.shield.fill"_L1, "security-high-symbolic"_L1, "security-high"_L1},
     {"display.slash"_L1, {}, {}},
     {"rectangle.badge.exclamationmark"_L1, "computer-fail-symbolic"_L1, {}},
+    // The control deck.
+    {"rectangle.stack"_L1, {}, {}},
+    {"display.2"_L1, "video-display-symbolic"_L1, "video-display"_L1},
+    {"aspectratio"_L1, {}, {}},
+    {"line.3.horizontal.decrease.circle"_L1, {}, "view-filter"_L1},
+    {"photo"_L1, "image-x-generic-symbolic"_L1, "image-x-generic"_L1},
+    {"photo.on.rectangle.angled"_L1, "insert-image-symbolic"_L1, "insert-image"_L1},
+    {"square.stack.3d.up.fill"_L1, {}, {}},
+    {"camera.fill"_L1, "camera-video-symbolic"_L1, "camera-video"_L1},
+    {"hand.raised.fill"_L1, {}, {}},
+    {"play.fill"_L1, "media-playback-start-symbolic"_L1, "media-playback-start"_L1},
+    {"eye"_L1, "view-reveal-symbolic"_L1, "view-visible"_L1},
+    {"power"_L1, "system-shutdown-symbolic"_L1, "system-shutdown"_L1},
+    {"info.circle"_L1, "dialog-information-symbolic"_L1, "dialog-information"_L1},
+    {"checkmark.circle.fill"_L1, "emblem-ok-symbolic"_L1, "emblem-checked"_L1},
+    {"circle"_L1, {}, {}},
+    {"exclamationmark.bubble"_L1, {}, {}},
+    {"lock.shield"_L1, "security-medium-symbolic"_L1, "security-medium"_L1},
+    {"ellipsis.circle"_L1, "view-more-symbolic"_L1, "overflow-menu"_L1},
 };
 
 const SymbolRow* findRow(QStringView symbol)

@@ -161,19 +161,20 @@ class TestVistrelX11 : public QObject {
             {u"mousemove"_s, QString::number(at.x()), QString::number(at.y()), u"click"_s, u"1"_s});
     }
 
-    // The control window's controls in the bottom row.
-    static QPoint outputButton(const QRect& control)
-    {
-        return control.bottomLeft() + QPoint(35, -24);
-    }
+    // Where the deck's controls are, from the control window's top-left
+    // corner: the header's output button and "Always on Top", the Mode and
+    // Quit tiles, and the "Block List" row of the Mode popover.
+    static QPoint outputButton(const QRect& control) { return control.topLeft() + QPoint(292, 20); }
     static QPoint alwaysOnTopBox(const QRect& control)
     {
-        return control.bottomLeft() + QPoint(112, -24);
+        return control.topLeft() + QPoint(345, 20);
     }
-    static QPoint quitButton(const QRect& control)
+    static QPoint modeTile(const QRect& control) { return control.topLeft() + QPoint(360, 68); }
+    static QPoint blockListRow(const QRect& control)
     {
-        return control.bottomRight() + QPoint(-50, -24);
+        return control.topLeft() + QPoint(350, 215);
     }
+    static QPoint quitTile(const QRect& control) { return control.topLeft() + QPoint(460, 133); }
 
     // Quits as a user does ("Quit", or SIGTERM as at logout) and expects a
     // normal exit; what went wrong, if anything.
@@ -182,9 +183,16 @@ class TestVistrelX11 : public QObject {
         if (bySignal) {
             app.terminate();
         } else {
+            // The Quit tile, then "Quit" (the default button) in the alert.
             const xcb_window_t control = findWindow(app.processId(), u"Vistrel"_s);
-            if (!control || !click(quitButton(*m_session.rootGeometry(control))))
-                return u"no Quit button to click"_s;
+            if (!control || !click(quitTile(*m_session.rootGeometry(control))))
+                return u"no Quit tile to click"_s;
+            xcb_window_t alert = 0;
+            if (!waitUntil(
+                    [&] { return (alert = findWindow(app.processId(), u"Quit Vistrel?"_s)); }))
+                return u"no quit confirmation"_s;
+            m_session.xdotool({u"windowactivate"_s, u"--sync"_s, QString::number(alert)});
+            m_session.xdotool({u"key"_s, u"Return"_s});
         }
         if (!app.waitForFinished(15000))
             return u"vistrel did not quit"_s;
@@ -399,6 +407,18 @@ private Q_SLOTS:
         QVERIFY(m_session.xdotool({u"key"_s, u"ctrl+shift+h"_s}));
         QVERIFY(
             waitUntil([&] { return countNear(m_session.grabWindow(output), slides) > 100000; }));
+
+        // The Mode popover switches to the (empty) block list: Mail appears.
+        const QRgb mail = clientApps[1].colour;
+        QCOMPARE(countNear(m_session.grabWindow(output), mail), 0);
+        QVERIFY(click(modeTile(controlFrame)));
+        // The popover maps some time after the click; a click before that
+        // lands on the desktop, so it is repeated until the output changes.
+        QVERIFY(waitUntil([&] {
+            click(blockListRow(controlFrame));
+            return waitUntil([&] { return countNear(m_session.grabWindow(output), mail) > 100000; },
+                             std::chrono::seconds(2));
+        }));
 
         const QString failure = quit(*app, false);
         QVERIFY2(failure.isEmpty(), qPrintable(failure));

@@ -1,0 +1,79 @@
+#include "control/ChoicePopovers.h"
+
+#include "control/OptionRow.h"
+#include "control/Popover.h"
+#include "coordination/MainViewModel.h"
+
+#include <QCoreApplication>
+#include <QVBoxLayout>
+#include <functional>
+
+namespace vistrel {
+
+namespace {
+
+QString tr(const char* text)
+{
+    return QCoreApplication::translate("ControlDeck", text);
+}
+
+// A row that runs `choose` unless it is already selected; either way the
+// popover closes.
+void addRow(Popover* popover, const QString& title, const QString& subtitle, bool selected,
+            std::function<void()> choose)
+{
+    auto* row = new OptionRow(title, subtitle, selected, popover);
+    QObject::connect(row, &OptionRow::clicked, popover, [popover, selected, choose] {
+        if (!selected)
+            choose();
+        popover->close();
+    });
+    popover->contentLayout()->addWidget(row);
+}
+
+} // namespace
+
+Popover* makeModePopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
+{
+    auto* popover = new Popover(tr("Visibility Mode"), hub, parent);
+    const VisibilityMode mode = model.policy().mode;
+    addRow(popover, tr("Allow List"), tr("Only checked apps and windows appear in Vistrel Output."),
+           mode == VisibilityMode::allowList,
+           [&model] { model.setVisibilityMode(VisibilityMode::allowList); });
+    addRow(popover, tr("Block List"),
+           tr("Everything on the selected display appears except checked apps and windows."),
+           mode == VisibilityMode::blockList,
+           [&model] { model.setVisibilityMode(VisibilityMode::blockList); });
+    return popover;
+}
+
+Popover* makeFramePopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
+{
+    auto* popover = new Popover(tr("Frame Style"), hub, parent);
+    const OutputFrameMode frame = model.outputFrameMode();
+    addRow(popover, tr("Screen"), tr("Use the full selected display as the output canvas."),
+           frame == OutputFrameMode::screen,
+           [&model] { model.setOutputFrameMode(OutputFrameMode::screen); });
+    addRow(popover, tr("Dynamic"),
+           tr("Automatically crop the output to the outer bounds of the shared windows on the "
+              "selected display."),
+           frame == OutputFrameMode::dynamic,
+           [&model] { model.setOutputFrameMode(OutputFrameMode::dynamic); });
+    return popover;
+}
+
+Popover* makeDisplayPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
+{
+    auto* popover = new Popover(tr("Display"), hub, parent);
+    const std::optional<quint32> selected = model.selectedDisplayID();
+    for (const ShareableDisplay& display : model.displays()) {
+        const quint32 id = display.id;
+        addRow(popover, display.name, display.resolutionText(), selected == id,
+               [&model, id] { model.selectDisplay(id); });
+    }
+    addRow(popover, tr("No Display"), tr("Pause the output until a display is selected."),
+           !selected, [&model] { model.selectDisplay(std::nullopt); });
+    return popover;
+}
+
+} // namespace vistrel

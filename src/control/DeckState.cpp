@@ -1,0 +1,154 @@
+#include "control/DeckState.h"
+
+#include <QCoreApplication>
+
+using namespace Qt::StringLiterals;
+
+namespace vistrel {
+
+namespace {
+
+QString tr(const char* text)
+{
+    return QCoreApplication::translate("ControlDeck", text);
+}
+
+} // namespace
+
+QString shortenedName(const QString& name)
+{
+    const QString trimmed = name.trimmed();
+    if (trimmed.size() < 13)
+        return trimmed;
+    return trimmed.left(11) + u'…';
+}
+
+TileState tileState(DeckTile tile, const DeckInputs& in)
+{
+    const bool sanitized = in.contentMode == OutputContentMode::sanitized;
+    switch (tile) {
+    case DeckTile::sources:
+        return {u"rectangle.stack"_s,
+                tr("Sources"),
+                in.activeRuleCount > 0 ? tr("%1 rules").arg(in.activeRuleCount) : tr("Choose"),
+                deckColor::teal,
+                TileProminence::subtle,
+                sanitized};
+    case DeckTile::display:
+        return {u"display.2"_s,
+                tr("Display"),
+                in.selectedDisplayName ? shortenedName(*in.selectedDisplayName) : tr("Select"),
+                deckColor::blue,
+                TileProminence::subtle,
+                true,
+                u"chevron.down"_s};
+    case DeckTile::frame:
+        return {u"aspectratio"_s,       tr("Frame"), title(in.frameMode), deckColor::secondary,
+                TileProminence::subtle, sanitized};
+    case DeckTile::mode:
+        return {u"line.3.horizontal.decrease.circle"_s,
+                tr("Mode"),
+                title(in.visibilityMode),
+                deckColor::orange,
+                TileProminence::subtle,
+                sanitized};
+    case DeckTile::canvas: {
+        if (!sanitized)
+            return {u"display"_s, tr("Canvas"), tr("Full Desktop"), deckColor::purple};
+        const bool image = in.canvasMode == CanvasBackgroundMode::customImage;
+        return {image ? u"photo"_s : u"photo.on.rectangle.angled"_s, tr("Canvas"),
+                shortenedName(title(in.canvasMode)), deckColor::purple};
+    }
+    case DeckTile::presets:
+        return {u"square.stack.3d.up.fill"_s, tr("Presets"),
+                in.activePresetTitle.value_or(tr("Custom")), deckColor::indigo};
+    case DeckTile::camera:
+        return {u"camera.fill"_s, tr("Camera"), in.camera.summaryText(), deckColor::mint,
+                in.camera.isEnabled ? TileProminence::filled : TileProminence::subtle};
+    case DeckTile::panic:
+        if (in.isPanicHidden)
+            return {u"play.fill"_s, tr("Resume"), tr("Output off"), deckColor::green,
+                    TileProminence::filled};
+        return {u"hand.raised.fill"_s, tr("Panic"), tr("Blank now"), deckColor::red,
+                TileProminence::filled};
+    case DeckTile::preview:
+        return {u"eye"_s, tr("Preview"), in.isPreviewVisible ? tr("Visible") : tr("Hidden"),
+                deckColor::blue,
+                in.isPreviewVisible ? TileProminence::filled : TileProminence::subtle};
+    case DeckTile::quit:
+        return {u"power"_s, tr("Quit"), tr("Exit app"), deckColor::red};
+    }
+    return {};
+}
+
+StatusLine statusLine(const StreamStatus& status)
+{
+    switch (status.kind()) {
+    case StreamStatus::Kind::idle:
+        return {tr("Idle"), deckColor::secondary};
+    case StreamStatus::Kind::starting:
+        return {tr("Starting"), deckColor::blue};
+    case StreamStatus::Kind::running:
+        return {tr("Stream Running"), deckColor::green};
+    case StreamStatus::Kind::failed:
+        return {tr("Stream Error"), deckColor::red};
+    case StreamStatus::Kind::blank:
+        break;
+    }
+    switch (status.blankReason().value_or(OutputBlankReason::contentUnavailable)) {
+    case OutputBlankReason::permissionMissing:
+        return {tr("Screen Recording Permission Required"), deckColor::yellow};
+    case OutputBlankReason::noDisplaySelected:
+        return {tr("Choose a Display"), deckColor::orange};
+    case OutputBlankReason::nothingSelected:
+        return {tr("Nothing Is Currently Selected to Share"), deckColor::orange};
+    case OutputBlankReason::panicHidden:
+        return {tr("Vistrel Output Is Blank"), deckColor::red};
+    case OutputBlankReason::contentUnavailable:
+        return {tr("Selected Sources Are Unavailable"), deckColor::orange};
+    }
+    return {};
+}
+
+std::optional<DeckNotice> deckNotice(ScreenRecordingPermissionState permission,
+                                     const std::optional<QString>& discoveryError,
+                                     const StreamStatus& status)
+{
+    if (permission == ScreenRecordingPermissionState::missing)
+        return DeckNotice{tr("Permission required"),
+                          tr("Grant Screen Recording access before picking sources."),
+                          NoticeTone::warning};
+    if (discoveryError && !discoveryError->isEmpty())
+        return DeckNotice{tr("Discovery issue"), *discoveryError, NoticeTone::neutral};
+    if (status.isFailed())
+        return DeckNotice{tr("Stream error"), status.failureMessage(), NoticeTone::danger};
+    return std::nullopt;
+}
+
+QString noticeSymbol(NoticeTone tone)
+{
+    switch (tone) {
+    case NoticeTone::neutral:
+        return u"exclamationmark.bubble"_s;
+    case NoticeTone::warning:
+        return u"lock.shield"_s;
+    case NoticeTone::danger:
+        return u"exclamationmark.triangle.fill"_s;
+    }
+    return {};
+}
+
+QColor noticeColour(NoticeTone tone)
+{
+    switch (tone) {
+    case NoticeTone::neutral:
+        return deckColor::secondary;
+    case NoticeTone::warning:
+        return deckColor::yellow;
+    case NoticeTone::danger:
+        return deckColor::red;
+    }
+    return {};
+}
+
+} // namespace vistrel
