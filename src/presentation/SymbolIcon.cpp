@@ -27,6 +27,11 @@ constexpr SymbolRow symbolTable[] = {
     {"lock.shield.fill"_L1, "security-high-symbolic"_L1, "security-high"_L1},
     {"display.slash"_L1, {}, {}},
     {"rectangle.badge.exclamationmark"_L1, "computer-fail-symbolic"_L1, {}},
+    // Source picker.
+    {"chevron.right"_L1, "go-next-symbolic"_L1, "arrow-right"_L1},
+    {"chevron.down"_L1, "go-down-symbolic"_L1, "arrow-down"_L1},
+    {"magnifyingglass"_L1, "edit-find-symbolic"_L1, "edit-find"_L1},
+    {"square.stack.3d.up.slash"_L1, {}, {}},
 };
 
 const SymbolRow* findRow(QStringView symbol)
