@@ -1,6 +1,8 @@
 #include "control/ApplicationRowView.h"
 
+#include "control/ElidedLabel.h"
 #include "control/SourceBadgeView.h"
+#include "control/SourcePickerStyle.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>
@@ -22,7 +24,7 @@ void setTextIfChanged(QLabel* label, const QString& text)
 
 ApplicationRowView::ApplicationRowView(IconLookup icons, QWidget* parent)
     : QWidget(parent), m_icons(std::move(icons)), m_expand(new QToolButton(this)),
-      m_name(new QLabel(this)), m_detail(new QLabel(this)), m_count(new QLabel(this)),
+      m_name(new ElidedLabel(this)), m_detail(new ElidedLabel(this)), m_count(new QLabel(this)),
       m_visibility(new SourceBadgeView(this)), m_action(new QCheckBox(this))
 {
     m_expand->setAutoRaise(true);
@@ -39,14 +41,11 @@ ApplicationRowView::ApplicationRowView(IconLookup icons, QWidget* parent)
     small.setPointSizeF(small.pointSizeF() * 0.85);
     m_detail->setFont(small);
     m_count->setFont(small);
-    QPalette secondary = m_detail->palette();
-    secondary.setColor(QPalette::WindowText,
-                       secondary.color(QPalette::Disabled, QPalette::WindowText));
-    m_detail->setPalette(secondary);
+    m_detail->setTextColor(secondaryTextColor(palette()));
+    QPalette secondary = m_count->palette();
+    secondary.setColor(QPalette::WindowText, secondaryTextColor(secondary));
     m_count->setPalette(secondary);
-    // Long names and hints give way to the badges and the action.
-    m_name->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    m_detail->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    setAttribute(Qt::WA_Hover);
 
     auto* texts = new QVBoxLayout;
     texts->setSpacing(0);
@@ -68,8 +67,8 @@ void ApplicationRowView::apply(const SourcePickerApplicationRow& row)
 {
     if (m_applied && row == m_row)
         return;
-    setTextIfChanged(m_name, row.name);
-    setTextIfChanged(m_detail, row.detail);
+    m_name->setText(row.name);
+    m_detail->setText(row.detail);
     setTextIfChanged(m_count, row.windowCount);
     m_visibility->setBadge(SourcePickerRows::visibilityText(row.visibility),
                            visibilityTint(row.visibility, palette()));
@@ -83,6 +82,11 @@ void ApplicationRowView::apply(const SourcePickerApplicationRow& row)
     m_expand->setToolTip(row.isExpanded ? tr("Collapse") : tr("Expand"));
     m_row = row;
     m_applied = true;
+}
+
+void ApplicationRowView::paintEvent(QPaintEvent*)
+{
+    paintRowHover(*this);
 }
 
 } // namespace vistrel

@@ -19,6 +19,7 @@ class QToolButton;
 
 namespace vistrel {
 
+class ElidedLabel;
 class SourceBadgeView;
 
 class ApplicationRowView : public QWidget {
@@ -39,13 +40,16 @@ Q_SIGNALS:
     void selectionToggled();
     void expansionToggled();
 
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
 private:
     IconLookup m_icons;
     SourcePickerApplicationRow m_row;
     bool m_applied = false;
     QToolButton* m_expand;
-    QLabel* m_name;
-    QLabel* m_detail;
+    ElidedLabel* m_name;
+    ElidedLabel* m_detail;
     QLabel* m_count;
     SourceBadgeView* m_visibility;
     QCheckBox* m_action;

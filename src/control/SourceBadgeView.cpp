@@ -10,41 +10,7 @@ namespace {
 constexpr int horizontalPadding = 7;
 constexpr int verticalPadding = 2;
 
-const QColor green(0x2e, 0x9d, 0x4a);
-const QColor orange(0xe0, 0x7b, 0x00);
-
-QColor secondary(const QPalette& palette)
-{
-    return palette.color(QPalette::Disabled, QPalette::WindowText);
-}
-
 } // namespace
-
-QColor visibilityTint(SourceVisibilityState state, const QPalette& palette)
-{
-    switch (state) {
-    case SourceVisibilityState::shown:
-        return green;
-    case SourceVisibilityState::partial:
-        return orange;
-    case SourceVisibilityState::hidden:
-        break;
-    }
-    return secondary(palette);
-}
-
-QColor toneTint(BadgeTone tone, const QPalette& palette)
-{
-    switch (tone) {
-    case BadgeTone::accent:
-        return palette.color(QPalette::Highlight);
-    case BadgeTone::warning:
-        return orange;
-    case BadgeTone::neutral:
-        break;
-    }
-    return secondary(palette);
-}
 
 SourceBadgeView::SourceBadgeView(QWidget* parent) : QWidget(parent)
 {

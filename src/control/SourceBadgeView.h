@@ -6,10 +6,7 @@
 //
 // Main thread only.
 
-#include "control/SourcePickerRows.h"
-
 #include <QColor>
-#include <QPalette>
 #include <QString>
 #include <QWidget>
 
@@ -36,10 +33,5 @@ private:
     QString m_text;
     QColor m_tint;
 };
-
-// Green shown, secondary text for hidden, orange partial.
-QColor visibilityTint(SourceVisibilityState state, const QPalette& palette);
-// Neutral in the secondary text colour, accent in the highlight, warning orange.
-QColor toneTint(BadgeTone tone, const QPalette& palette);
 
 } // namespace vistrel

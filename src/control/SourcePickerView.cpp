@@ -1,6 +1,7 @@
 #include "control/SourcePickerView.h"
 
 #include "control/SourcePickerList.h"
+#include "control/SourcePickerStyle.h"
 #include "coordination/MainViewModel.h"
 #include "presentation/SymbolIcon.h"
 
@@ -23,7 +24,7 @@ void setTextIfChanged(QLabel* label, const QString& text)
 
 QPalette secondaryText(QPalette palette)
 {
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::Disabled, QPalette::WindowText));
+    palette.setColor(QPalette::WindowText, secondaryTextColor(palette));
     return palette;
 }
 
@@ -54,7 +55,7 @@ SourcePickerView::SourcePickerView(MainViewModel& viewModel, QWidget* parent)
     layout->addWidget(m_pages, 1);
     layout->addLayout(footer);
 
-    connect(m_search, &QLineEdit::textEdited, sources, &AppListViewModel::setSearchQuery);
+    connect(m_search, &QLineEdit::textChanged, sources, &AppListViewModel::setSearchQuery);
     connect(sources, &AppListViewModel::searchQueryChanged, this, [this](const QString& query) {
         if (m_search->text() != query)
             m_search->setText(query);

@@ -1,10 +1,11 @@
 #include "control/WindowRowView.h"
 
+#include "control/ElidedLabel.h"
 #include "control/SourceBadgeView.h"
+#include "control/SourcePickerStyle.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>
-#include <QLabel>
 
 namespace vistrel {
 
@@ -16,11 +17,11 @@ constexpr int indent = 32;
 } // namespace
 
 WindowRowView::WindowRowView(QWidget* parent)
-    : QWidget(parent), m_title(new QLabel(this)), m_focused(new SourceBadgeView(this)),
+    : QWidget(parent), m_title(new ElidedLabel(this)), m_focused(new SourceBadgeView(this)),
       m_screen(new SourceBadgeView(this)), m_visibility(new SourceBadgeView(this)),
       m_action(new QCheckBox(this))
 {
-    m_title->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    setAttribute(Qt::WA_Hover);
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(indent, 2, 8, 2);
     layout->addWidget(m_title, 1);
@@ -54,6 +55,11 @@ void WindowRowView::apply(const SourcePickerWindowRow& row, const ShareableApp& 
     m_action->setChecked(row.isSelected);
     m_row = row;
     m_applied = true;
+}
+
+void WindowRowView::paintEvent(QPaintEvent*)
+{
+    paintRowHover(*this);
 }
 
 } // namespace vistrel

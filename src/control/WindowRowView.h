@@ -11,10 +11,10 @@
 #include <QWidget>
 
 class QCheckBox;
-class QLabel;
 
 namespace vistrel {
 
+class ElidedLabel;
 class SourceBadgeView;
 
 class WindowRowView : public QWidget {
@@ -32,11 +32,14 @@ public:
 Q_SIGNALS:
     void selectionToggled();
 
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
 private:
     SourcePickerWindowRow m_row;
     ShareableApp m_app;
     bool m_applied = false;
-    QLabel* m_title;
+    ElidedLabel* m_title;
     SourceBadgeView* m_focused;
     SourceBadgeView* m_screen;
     SourceBadgeView* m_visibility;
