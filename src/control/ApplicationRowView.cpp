@@ -65,8 +65,6 @@ ApplicationRowView::ApplicationRowView(IconLookup icons, QWidget* parent)
 
 void ApplicationRowView::apply(const SourcePickerApplicationRow& row)
 {
-    if (m_applied && row == m_row)
-        return;
     m_name->setText(row.name);
     m_detail->setText(row.detail);
     setTextIfChanged(m_count, row.windowCount);
@@ -77,9 +75,10 @@ void ApplicationRowView::apply(const SourcePickerApplicationRow& row)
     m_action->setChecked(row.isSelected);
     if (!m_applied || row.hasExpandControl != m_row.hasExpandControl)
         m_expand->setVisible(row.hasExpandControl);
-    if (!m_applied || row.expandSymbol != m_row.expandSymbol)
+    if (!m_applied || row.expandSymbol != m_row.expandSymbol) {
         m_expand->setIcon(m_icons(row.expandSymbol));
-    m_expand->setToolTip(row.isExpanded ? tr("Collapse") : tr("Expand"));
+        m_expand->setToolTip(row.isExpanded ? tr("Collapse") : tr("Expand"));
+    }
     m_row = row;
     m_applied = true;
 }

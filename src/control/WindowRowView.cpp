@@ -36,8 +36,6 @@ WindowRowView::WindowRowView(QWidget* parent)
 void WindowRowView::apply(const SourcePickerWindowRow& row, const ShareableApp& app)
 {
     m_app = app;
-    if (m_applied && row == m_row)
-        return;
     if (m_title->text() != row.title) {
         m_title->setText(row.title);
         m_title->setToolTip(row.title);
@@ -54,7 +52,6 @@ void WindowRowView::apply(const SourcePickerWindowRow& row, const ShareableApp& 
         m_action->setText(row.actionLabel);
     m_action->setChecked(row.isSelected);
     m_row = row;
-    m_applied = true;
 }
 
 void WindowRowView::paintEvent(QPaintEvent*)

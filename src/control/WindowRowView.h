@@ -38,7 +38,6 @@ protected:
 private:
     SourcePickerWindowRow m_row;
     ShareableApp m_app;
-    bool m_applied = false;
     ElidedLabel* m_title;
     SourceBadgeView* m_focused;
     SourceBadgeView* m_screen;
