@@ -46,6 +46,11 @@ constexpr SymbolRow symbolTable[] = {
     {"exclamationmark.bubble"_L1, {}, {}},
     {"lock.shield"_L1, "security-medium-symbolic"_L1, "security-medium"_L1},
     {"ellipsis.circle"_L1, "view-more-symbolic"_L1, "overflow-menu"_L1},
+    // Source picker.
+    {"chevron.right"_L1, "go-next-symbolic"_L1, "arrow-right"_L1},
+    {"chevron.down"_L1, "go-down-symbolic"_L1, "arrow-down"_L1},
+    {"magnifyingglass"_L1, "edit-find-symbolic"_L1, "edit-find"_L1},
+    {"square.stack.3d.up.slash"_L1, {}, {}},
 };
 
 const SymbolRow* findRow(QStringView symbol)
