@@ -4,6 +4,7 @@
 #include "app/AppLifecycleController.h"
 #include "app/AppMenu.h"
 #include "control/MainControlWindow.h"
+#include "control/SourcePickerView.h"
 #include "coordination/MainViewModel.h"
 #include "coordination/OutputViewModel.h"
 #include "coordination/PresetStore.h"
@@ -42,6 +43,10 @@ AppWindows::AppWindows(AppEnvironment& environment, AppLifecycleController& life
             lifecycleRef->terminate();
     };
     actions.menu = m_menu->menu();
+    MainViewModel* model = &environment.mainViewModel();
+    actions.makeSourcePicker = [model](QWidget* popover) -> QWidget* {
+        return new SourcePickerView(*model, popover);
+    };
     m_control = std::make_unique<MainControlWindow>(environment.mainViewModel(), *registry,
                                                     *m_popoverHub, std::move(actions));
     m_control->addAction(m_menu->panicAction());
