@@ -162,19 +162,29 @@ class TestVistrelX11 : public QObject {
     }
 
     // Where the deck's controls are, from the control window's top-left
-    // corner: the header's output button and "Always on Top", the Mode and
-    // Quit tiles, and the "Block List" row of the Mode popover.
+    // corner: the header's output button and "Always on Top", and tiles.
     static QPoint outputButton(const QRect& control) { return control.topLeft() + QPoint(292, 20); }
     static QPoint alwaysOnTopBox(const QRect& control)
     {
         return control.topLeft() + QPoint(345, 20);
     }
     static QPoint modeTile(const QRect& control) { return control.topLeft() + QPoint(360, 68); }
-    static QPoint blockListRow(const QRect& control)
-    {
-        return control.topLeft() + QPoint(350, 215);
-    }
+    static QPoint sourcesTile(const QRect& control) { return control.topLeft() + QPoint(60, 68); }
     static QPoint quitTile(const QRect& control) { return control.topLeft() + QPoint(460, 133); }
+
+    // Clicks a tile and waits for its popover; the popover's frame (empty
+    // when none opened).
+    QRect openPopover(QProcess& app, QPoint tile)
+    {
+        QRect popover;
+        click(tile);
+        waitUntil([&] {
+            const QList<QRect> open = m_session.popups(app.processId());
+            popover = open.isEmpty() ? QRect() : open.last();
+            return !open.isEmpty();
+        });
+        return popover;
+    }
 
     // Quits as a user does ("Quit", or SIGTERM as at logout) and expects a
     // normal exit; what went wrong, if anything.
@@ -408,17 +418,24 @@ private Q_SLOTS:
         QVERIFY(
             waitUntil([&] { return countNear(m_session.grabWindow(output), slides) > 100000; }));
 
-        // The Mode popover switches to the (empty) block list: Mail appears.
+        // Sources: search for Mail and tick it with "Show": Mail joins Slides.
         const QRgb mail = clientApps[1].colour;
         QCOMPARE(countNear(m_session.grabWindow(output), mail), 0);
-        QVERIFY(click(modeTile(controlFrame)));
-        // The popover maps some time after the click; a click before that
-        // lands on the desktop, so it is repeated until the output changes.
-        QVERIFY(waitUntil([&] {
-            click(blockListRow(controlFrame));
-            return waitUntil([&] { return countNear(m_session.grabWindow(output), mail) > 100000; },
-                             std::chrono::seconds(2));
-        }));
+        QRect popover = openPopover(*app, sourcesTile(controlFrame));
+        QVERIFY(!popover.isEmpty());
+        QVERIFY(click(popover.topLeft() + QPoint(100, 55))); // the search field
+        QVERIFY(m_session.xdotool({u"type"_s, u"Mail"_s}));
+        QVERIFY(click(QPoint(popover.right() - 79, popover.top() + 108))); // its "Show"
+        QVERIFY(waitUntil([&] { return countNear(m_session.grabWindow(output), mail) > 100000; }));
+        QVERIFY(m_session.xdotool({u"key"_s, u"Escape"_s}));
+        QVERIFY(waitUntil([&] { return m_session.popups(app->processId()).isEmpty(); }));
+
+        // Mode: the (empty) block list shows everything, Chat too.
+        const QRgb chat = clientApps[2].colour;
+        QCOMPARE(countNear(m_session.grabWindow(output), chat), 0);
+        popover = openPopover(*app, modeTile(controlFrame));
+        QVERIFY(click(popover.topLeft() + QPoint(100, 115))); // "Block List"
+        QVERIFY(waitUntil([&] { return countNear(m_session.grabWindow(output), chat) > 50000; }));
 
         const QString failure = quit(*app, false);
         QVERIFY2(failure.isEmpty(), qPrintable(failure));

@@ -284,6 +284,32 @@ bool X11TestSession::isMapped(xcb_window_t window) const
     return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
 }
 
+QList<QRect> X11TestSession::popups(qint64 pid) const
+{
+    xcb_connection_t* c = connection();
+    QList<QRect> result;
+    auto [tree, error] = x11::xcbReply(xcb_query_tree_reply, c, xcb_query_tree(c, m_root));
+    if (!tree)
+        return result;
+    const xcb_window_t* children = xcb_query_tree_children(tree.get());
+    for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i) {
+        auto [attributes, e1] = x11::xcbReply(xcb_get_window_attributes_reply, c,
+                                              xcb_get_window_attributes(c, children[i]));
+        if (!attributes || !attributes->override_redirect ||
+            attributes->map_state != XCB_MAP_STATE_VIEWABLE)
+            continue;
+        auto [owner, e2] = x11::xcbReply(
+            xcb_get_property_reply, c,
+            xcb_get_property(c, 0, children[i], atom("_NET_WM_PID"), XCB_ATOM_CARDINAL, 0, 1));
+        if (!owner || xcb_get_property_value_length(owner.get()) != 4 ||
+            *static_cast<const quint32*>(xcb_get_property_value(owner.get())) != quint32(pid))
+            continue;
+        if (const auto geometry = rootGeometry(children[i]))
+            result.append(*geometry);
+    }
+    return result;
+}
+
 bool X11TestSession::hasState(xcb_window_t window, const char* state) const
 {
     xcb_connection_t* c = connection();

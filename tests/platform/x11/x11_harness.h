@@ -18,6 +18,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QImage>
+#include <QList>
 #include <QProcess>
 #include <QRect>
 #include <QString>
@@ -123,6 +124,9 @@ public:
     // window shows unless its contents are kept off screen).
     QImage grabWindow(xcb_window_t window) const;
     bool isMapped(xcb_window_t window) const;
+    // Geometries of the mapped override-redirect windows (menus, popups)
+    // that a process owns (_NET_WM_PID), top-most last.
+    QList<QRect> popups(qint64 pid) const;
     // Whether _NET_WM_STATE lists the state, e.g. "_NET_WM_STATE_BELOW".
     bool hasState(xcb_window_t window, const char* state) const;
     // Runs xdotool on the session (pointer and keyboard as a user drives
