@@ -81,7 +81,7 @@ sleep 3
 # The output starts docked; show it with the output button in the control
 # window's header ("Hidden"; the window is centred at the bottom of the left
 # monitor) and drag it to the right monitor, where it re-centres.
-xdotool mousemove 992 790 click 1
+xdotool mousemove 1015 790 click 1
 sleep 1
 xdotool mousemove 300 300 mousedown 1
 sleep 0.3 # the window manager takes the pointer for the move

@@ -127,17 +127,26 @@ QWidget* ControlDeck::buildHeader()
     auto* header = new QWidget(this);
     m_statusDot = new QLabel(header);
     m_statusTitle = new QLabel(header);
+    // A semibold caption: the longest status title fits beside the buttons.
     QFont semibold = m_statusTitle->font();
     semibold.setWeight(QFont::DemiBold);
+    semibold.setPointSizeF(semibold.pointSizeF() * 0.88);
     m_statusTitle->setFont(semibold);
+    m_statusTitle->setMinimumWidth(1);
+    m_statusTitle->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     m_statusDetail = new QLabel(header);
     QFont small = m_statusDetail->font();
     small.setPointSizeF(small.pointSizeF() * 0.85);
     m_statusDetail->setFont(small);
     m_statusDetail->setForegroundRole(QPalette::PlaceholderText);
 
+    // The header's controls in the caption size, so the status has room.
+    QFont caption = font();
+    caption.setPointSizeF(caption.pointSizeF() * 0.88);
     m_outputButton = new QToolButton(header);
     m_outputButton->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_outputButton->setAutoRaise(true);
+    m_outputButton->setFont(caption);
     connect(m_outputButton, &QToolButton::clicked, this, [this] {
         if (m_registry.isVisible(ManagedWindowKind::output))
             m_registry.hide(ManagedWindowKind::output);
@@ -145,6 +154,7 @@ QWidget* ControlDeck::buildHeader()
             m_registry.show(ManagedWindowKind::output, true);
     });
     m_alwaysOnTop = new QCheckBox(tr("Always on Top"), header);
+    m_alwaysOnTop->setFont(caption);
     connect(m_alwaysOnTop, &QCheckBox::toggled, this, [this](bool onTop) {
         if (onTop == m_model.isAlwaysOnTop())
             return;
@@ -175,6 +185,7 @@ QWidget* ControlDeck::buildHeader()
     text->addWidget(m_statusDetail);
     auto* layout = new QHBoxLayout(header);
     layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(2);
     layout->addLayout(text, 1);
     layout->addWidget(m_outputButton);
     layout->addWidget(m_alwaysOnTop);
@@ -271,6 +282,7 @@ void ControlDeck::sync()
     const StatusLine status = statusLine(m_model.streamStatus());
     m_statusDot->setPixmap(dot(status.colour, ratio));
     m_statusTitle->setText(status.title);
+    m_statusTitle->setToolTip(status.title);
     const bool missing = m_model.permissionState() == ScreenRecordingPermissionState::missing;
     m_statusDetail->setText(missing ? tr("Grant Screen Recording access to use Vistrel.")
                                     : m_model.sourceSummary());

@@ -163,10 +163,10 @@ class TestVistrelX11 : public QObject {
 
     // Where the deck's controls are, from the control window's top-left
     // corner: the header's output button and "Always on Top", and tiles.
-    static QPoint outputButton(const QRect& control) { return control.topLeft() + QPoint(292, 20); }
+    static QPoint outputButton(const QRect& control) { return control.topLeft() + QPoint(315, 20); }
     static QPoint alwaysOnTopBox(const QRect& control)
     {
-        return control.topLeft() + QPoint(345, 20);
+        return control.topLeft() + QPoint(362, 20);
     }
     static QPoint modeTile(const QRect& control) { return control.topLeft() + QPoint(360, 68); }
     static QPoint sourcesTile(const QRect& control) { return control.topLeft() + QPoint(60, 68); }
