@@ -21,4 +21,21 @@ QString toString(OutputBlankReason reason)
     return {};
 }
 
+QString title(OutputBlankReason reason)
+{
+    switch (reason) {
+    case OutputBlankReason::permissionMissing:
+        return u"Screen Recording Permission Required"_s;
+    case OutputBlankReason::noDisplaySelected:
+        return u"Choose a Display"_s;
+    case OutputBlankReason::nothingSelected:
+        return u"Nothing Is Currently Selected to Share"_s;
+    case OutputBlankReason::panicHidden:
+        return u"Vistrel Output Is Blank"_s;
+    case OutputBlankReason::contentUnavailable:
+        return u"Selected Sources Are Unavailable"_s;
+    }
+    return {};
+}
+
 } // namespace vistrel

@@ -22,6 +22,8 @@ enum class OutputBlankReason {
 };
 
 QString toString(OutputBlankReason reason);
+// What the user reads for the reason: "Choose a Display", ...
+QString title(OutputBlankReason reason);
 
 struct CapturePlan {
     ContentFilter filter;

@@ -95,19 +95,19 @@ StatusLine statusLine(const StreamStatus& status)
     case StreamStatus::Kind::blank:
         break;
     }
-    switch (status.blankReason().value_or(OutputBlankReason::contentUnavailable)) {
+    const OutputBlankReason reason =
+        status.blankReason().value_or(OutputBlankReason::contentUnavailable);
+    switch (reason) {
     case OutputBlankReason::permissionMissing:
-        return {tr("Screen Recording Permission Required"), deckColor::yellow};
-    case OutputBlankReason::noDisplaySelected:
-        return {tr("Choose a Display"), deckColor::orange};
-    case OutputBlankReason::nothingSelected:
-        return {tr("Nothing Is Currently Selected to Share"), deckColor::orange};
+        return {title(reason), deckColor::yellow};
     case OutputBlankReason::panicHidden:
-        return {tr("Vistrel Output Is Blank"), deckColor::red};
+        return {title(reason), deckColor::red};
+    case OutputBlankReason::noDisplaySelected:
+    case OutputBlankReason::nothingSelected:
     case OutputBlankReason::contentUnavailable:
-        return {tr("Selected Sources Are Unavailable"), deckColor::orange};
+        break;
     }
-    return {};
+    return {title(reason), deckColor::orange};
 }
 
 std::optional<DeckNotice> deckNotice(ScreenRecordingPermissionState permission,

@@ -19,23 +19,6 @@ bool isPositive(const QSizeF& size)
     return size.width() > 0 && size.height() > 0;
 }
 
-QString titleFor(OutputBlankReason reason)
-{
-    switch (reason) {
-    case OutputBlankReason::permissionMissing:
-        return u"Screen Recording Permission Required"_s;
-    case OutputBlankReason::noDisplaySelected:
-        return u"Choose a Display"_s;
-    case OutputBlankReason::nothingSelected:
-        return u"Nothing Is Currently Selected to Share"_s;
-    case OutputBlankReason::panicHidden:
-        return u"Vistrel Output Is Blank"_s;
-    case OutputBlankReason::contentUnavailable:
-        return u"Selected Sources Are Unavailable"_s;
-    }
-    return {};
-}
-
 QString messageFor(OutputBlankReason reason)
 {
     switch (reason) {
@@ -222,7 +205,7 @@ QString OutputViewModel::noticeTitle() const
     case StreamStatus::Kind::blank:
         break;
     }
-    return titleFor(effectiveBlankReason());
+    return title(effectiveBlankReason());
 }
 
 QString OutputViewModel::noticeMessage() const
