@@ -97,7 +97,8 @@ ControlDeck::ControlDeck(MainViewModel& model, WindowRegistry& registry, Popover
     layout->addLayout(grid);
 
     m_noticeView = new DeckNoticeView([this] { m_model.requestScreenRecordingAccess(); },
-                                      [this] { m_model.openScreenRecordingSettings(); }, this);
+                                      [this] { m_model.openScreenRecordingSettings(); },
+                                      [this] { m_model.dismissSettingsNotice(); }, this);
     m_noticeView->hide();
     layout->addWidget(m_noticeView);
     layout->addStretch();
@@ -111,6 +112,7 @@ ControlDeck::ControlDeck(MainViewModel& model, WindowRegistry& registry, Popover
     connect(&m_model, &MainViewModel::streamStatusChanged, this, resync);
     connect(&m_model, &MainViewModel::permissionStateChanged, this, resync);
     connect(&m_model, &MainViewModel::discoveryErrorMessageChanged, this, resync);
+    connect(&m_model, &MainViewModel::settingsNoticeChanged, this, resync);
     connect(&m_model, &MainViewModel::isPanicHiddenChanged, this, resync);
     connect(&m_model, &MainViewModel::isAlwaysOnTopChanged, this, resync);
     connect(&m_model, &MainViewModel::cameraOverlayChanged, this, resync);
@@ -309,8 +311,9 @@ void ControlDeck::sync()
     for (const auto& [kind, tile] : m_tiles)
         tile->setState(tileState(kind, inputs));
 
-    const std::optional<DeckNotice> notice = deckNotice(
-        m_model.permissionState(), m_model.discoveryErrorMessage(), m_model.streamStatus());
+    const std::optional<DeckNotice> notice =
+        deckNotice(m_model.permissionState(), m_model.discoveryErrorMessage(),
+                   m_model.streamStatus(), m_model.settingsNotice());
     if (notice)
         m_noticeView->setNotice(*notice);
     m_noticeView->setVisible(notice.has_value());

@@ -10,10 +10,11 @@
 namespace vistrel {
 
 DeckNoticeView::DeckNoticeView(std::function<void()> request, std::function<void()> openSettings,
-                               QWidget* parent)
+                               std::function<void()> dismiss, QWidget* parent)
     : QWidget(parent), m_icon(new QLabel(this)), m_title(new QLabel(this)),
       m_message(new QLabel(this)), m_request(new QPushButton(tr("Request"), this)),
-      m_settings(new QPushButton(tr("Settings"), this))
+      m_settings(new QPushButton(tr("Settings"), this)),
+      m_dismiss(new QPushButton(tr("Dismiss"), this))
 {
     QFont bold = m_title->font();
     bold.setWeight(QFont::DemiBold);
@@ -25,6 +26,7 @@ DeckNoticeView::DeckNoticeView(std::function<void()> request, std::function<void
     m_request->setDefault(true);
     connect(m_request, &QPushButton::clicked, this, [request] { request(); });
     connect(m_settings, &QPushButton::clicked, this, [openSettings] { openSettings(); });
+    connect(m_dismiss, &QPushButton::clicked, this, [dismiss] { dismiss(); });
 
     auto* text = new QVBoxLayout;
     text->setSpacing(2);
@@ -34,6 +36,7 @@ DeckNoticeView::DeckNoticeView(std::function<void()> request, std::function<void
     buttons->addStretch();
     buttons->addWidget(m_settings);
     buttons->addWidget(m_request);
+    buttons->addWidget(m_dismiss);
     text->addLayout(buttons);
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(4, 6, 4, 0);
@@ -50,6 +53,7 @@ void DeckNoticeView::setNotice(const DeckNotice& notice)
     const bool permission = notice.tone == NoticeTone::warning;
     m_request->setVisible(permission);
     m_settings->setVisible(permission);
+    m_dismiss->setVisible(notice.isDismissible);
 }
 
 } // namespace vistrel

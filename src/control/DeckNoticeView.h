@@ -1,7 +1,8 @@
 #pragma once
 
 // The deck's notice line: an icon by tone, the title and the message; for
-// the missing permission also "Request" and "Settings".
+// the missing permission also "Request" and "Settings"; "Dismiss" for one the
+// user may put away.
 
 #include "control/DeckState.h"
 
@@ -18,7 +19,7 @@ class DeckNoticeView : public QWidget {
 
 public:
     DeckNoticeView(std::function<void()> request, std::function<void()> openSettings,
-                   QWidget* parent);
+                   std::function<void()> dismiss, QWidget* parent);
 
     void setNotice(const DeckNotice& notice);
 
@@ -28,6 +29,7 @@ private:
     QLabel* m_message;
     QPushButton* m_request;
     QPushButton* m_settings;
+    QPushButton* m_dismiss;
 };
 
 } // namespace vistrel

@@ -112,7 +112,8 @@ StatusLine statusLine(const StreamStatus& status)
 
 std::optional<DeckNotice> deckNotice(ScreenRecordingPermissionState permission,
                                      const std::optional<QString>& discoveryError,
-                                     const StreamStatus& status)
+                                     const StreamStatus& status,
+                                     const std::optional<QString>& settingsNotice)
 {
     if (permission == ScreenRecordingPermissionState::missing)
         return DeckNotice{tr("Permission required"),
@@ -122,6 +123,8 @@ std::optional<DeckNotice> deckNotice(ScreenRecordingPermissionState permission,
         return DeckNotice{tr("Discovery issue"), *discoveryError, NoticeTone::neutral};
     if (status.isFailed())
         return DeckNotice{tr("Stream error"), status.failureMessage(), NoticeTone::danger};
+    if (settingsNotice)
+        return DeckNotice{tr("Earlier settings kept"), *settingsNotice, NoticeTone::neutral, true};
     return std::nullopt;
 }
 

@@ -92,15 +92,19 @@ struct DeckNotice {
     QString title;
     QString message;
     NoticeTone tone = NoticeTone::neutral;
+    // The user may put it away ("Dismiss").
+    bool isDismissible = false;
 
     friend bool operator==(const DeckNotice&, const DeckNotice&) = default;
 };
 
 // The first that applies: missing permission, a discovery error, a failed
-// stream; nothing otherwise. The control window grows while one is due.
+// stream, settings that could not be read at start; nothing otherwise. The
+// control window grows while one is due.
 std::optional<DeckNotice> deckNotice(ScreenRecordingPermissionState permission,
                                      const std::optional<QString>& discoveryError,
-                                     const StreamStatus& status);
+                                     const StreamStatus& status,
+                                     const std::optional<QString>& settingsNotice);
 
 QString noticeSymbol(NoticeTone tone);
 QColor noticeColour(NoticeTone tone);

@@ -7,6 +7,7 @@
 #include "coordination/PresetStore.h"
 #include "model/ObservableProperty.h"
 
+#include <QDir>
 #include <QLoggingCategory>
 #include <algorithm>
 
@@ -39,8 +40,35 @@ MainViewModel::MainViewModel(PermissionManager& permissionManager,
     m_permissionState = m_permissionManager.state();
     m_streamStatus = m_captureEngine.streamStatus();
 
+    describeRejectedState();
+    connect(&m_presetStore, &PresetStore::rejectedStateKept, this,
+            &MainViewModel::describeRejectedState);
+
     pushCanvasSettings();
     subscribe();
+}
+
+void MainViewModel::describeRejectedState()
+{
+    const std::optional<PresetStore::RejectedState> rejected = m_presetStore.rejectedState();
+    if (!rejected)
+        return;
+    const QString kept =
+        rejected->keptCopy
+            ? tr("A copy was kept as %1.").arg(QDir::toNativeSeparators(*rejected->keptCopy))
+            : tr("The file stays as it is until Vistrel saves; it is then kept beside the new "
+                 "one as VistrelState.rejected-<time>.json.");
+    updateProperty(this, m_settingsNotice,
+                   std::optional(tr("Your earlier settings could not be read (%1). Vistrel "
+                                    "started with the default settings. %2")
+                                     .arg(rejected->reason, kept)),
+                   &MainViewModel::settingsNoticeChanged);
+}
+
+void MainViewModel::dismissSettingsNotice()
+{
+    updateProperty(this, m_settingsNotice, std::optional<QString>(),
+                   &MainViewModel::settingsNoticeChanged);
 }
 
 MainViewModel::~MainViewModel() = default;

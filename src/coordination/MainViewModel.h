@@ -62,6 +62,10 @@ class MainViewModel : public QObject {
     Q_PROPERTY(vistrel::StreamStatus streamStatus READ streamStatus NOTIFY streamStatusChanged)
     Q_PROPERTY(std::optional<QString> discoveryErrorMessage READ discoveryErrorMessage NOTIFY
                    discoveryErrorMessageChanged)
+    // Set when the state file could not be read at start: what happened and
+    // where the user's file was kept. Cleared by dismissSettingsNotice().
+    Q_PROPERTY(
+        std::optional<QString> settingsNotice READ settingsNotice NOTIFY settingsNoticeChanged)
     Q_PROPERTY(bool hasStarted READ hasStarted NOTIFY hasStartedChanged)
     Q_PROPERTY(bool isRefreshing READ isRefreshing NOTIFY isRefreshingChanged)
     // Never saved: every launch starts unhidden.
@@ -103,6 +107,7 @@ public:
     ScreenRecordingPermissionState permissionState() const { return m_permissionState; }
     StreamStatus streamStatus() const { return m_streamStatus; }
     std::optional<QString> discoveryErrorMessage() const { return m_discoveryErrorMessage; }
+    std::optional<QString> settingsNotice() const { return m_settingsNotice; }
     bool hasStarted() const { return m_hasStarted; }
     bool isRefreshing() const { return m_isRefreshing; }
     bool isPanicHidden() const { return m_isPanicHidden; }
@@ -146,6 +151,7 @@ public:
     // Asks for screen capture access again; opens the help on capture access.
     void requestScreenRecordingAccess();
     void openScreenRecordingSettings();
+    void dismissSettingsNotice();
     void schedulePersistence();
     bool hasPendingCaptureUpdate() const;
     bool hasPendingSave() const;
@@ -185,6 +191,7 @@ Q_SIGNALS:
     void permissionStateChanged(vistrel::ScreenRecordingPermissionState permissionState);
     void streamStatusChanged(const vistrel::StreamStatus& streamStatus);
     void discoveryErrorMessageChanged(const std::optional<QString>& discoveryErrorMessage);
+    void settingsNoticeChanged(const std::optional<QString>& settingsNotice);
     void hasStartedChanged(bool hasStarted);
     void isRefreshingChanged(bool isRefreshing);
     void isPanicHiddenChanged(bool isPanicHidden);
@@ -218,6 +225,7 @@ private:
     void setStreamStatus(const StreamStatus& status);
     void setDiscoveryErrorMessage(const std::optional<QString>& message);
     void setRefreshing(bool refreshing);
+    void describeRejectedState();
     void assignPanicHidden(bool hidden);
 
     AppListViewModel* m_appListViewModel;
@@ -229,6 +237,7 @@ private:
     ScreenRecordingPermissionState m_permissionState = ScreenRecordingPermissionState::checking;
     StreamStatus m_streamStatus;
     std::optional<QString> m_discoveryErrorMessage;
+    std::optional<QString> m_settingsNotice;
     bool m_hasStarted = false;
     bool m_isRefreshing = false;
     bool m_isPanicHidden = false;

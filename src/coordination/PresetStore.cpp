@@ -1,5 +1,6 @@
 #include "coordination/PresetStore.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -51,15 +52,25 @@ PresetStore::PresetStore(const QString& dataRoot, QObject* parent) : QObject(par
     m_stateFilePath = QDir(m_applicationDirectory).filePath(u"VistrelState.json"_s);
 }
 
-PersistedAppState PresetStore::load() const
+PersistedAppState PresetStore::load()
 {
     const QFileInfo info(m_stateFilePath);
     if (!info.exists() && !info.isSymLink())
         return PersistedAppState::defaultState();
 
-    const auto fail = [](const QString& description) {
+    const auto fail = [this](const QString& description) {
         qCCritical(lcPersistence, "Failed to load persisted state: %s",
                    qUtf8Printable(description));
+        m_rejected = RejectedState{description, std::nullopt};
+        const QString copy = freeRejectedPath();
+        if (QFileInfo(m_stateFilePath).isFile() && QFile::copy(m_stateFilePath, copy)) {
+            m_rejected->keptCopy = copy;
+            qCInfo(lcPersistence, "The rejected state file was copied to %s.",
+                   qUtf8Printable(copy));
+            Q_EMIT rejectedStateKept(copy);
+        } else {
+            m_mustMoveRejectedAside = true;
+        }
         return PersistedAppState::defaultState();
     };
     QFile file(m_stateFilePath);
@@ -78,7 +89,7 @@ PersistedAppState PresetStore::load() const
     return decoded->normalized();
 }
 
-bool PresetStore::save(const PersistedAppState& state) const
+bool PresetStore::save(const PersistedAppState& state)
 {
     const auto fail = [](const QString& description) {
         qCCritical(lcPersistence, "Failed to save persisted state: %s",
@@ -87,6 +98,8 @@ bool PresetStore::save(const PersistedAppState& state) const
     };
     if (!QDir().mkpath(m_applicationDirectory))
         return fail(folderError(m_applicationDirectory));
+    if (m_mustMoveRejectedAside && !moveRejectedAside())
+        return fail(u"The earlier state file could not be kept aside, so it is not replaced."_s);
     const JsonResult<QByteArray> encoded = encodePersistedAppState(state);
     if (!encoded)
         return fail(u"The state cannot be written: "_s + encoded.error().description());
@@ -112,6 +125,31 @@ bool PresetStore::save(const PersistedAppState& state) const
     }
     if (!file.commit())
         return fail(file.errorString());
+    return true;
+}
+
+QString PresetStore::freeRejectedPath() const
+{
+    const QString stamp = QDateTime::currentDateTimeUtc().toString(u"yyyyMMdd'T'HHmmss'Z'"_s);
+    const QString base = QDir(m_applicationDirectory).filePath(u"VistrelState.rejected-"_s + stamp);
+    QString path = base + u".json"_s;
+    for (int n = 2; QFileInfo::exists(path) || QFileInfo(path).isSymLink(); ++n)
+        path = base + u"-%1.json"_s.arg(n);
+    return path;
+}
+
+bool PresetStore::moveRejectedAside()
+{
+    const QFileInfo info(m_stateFilePath);
+    if (info.exists() || info.isSymLink()) {
+        const QString target = freeRejectedPath();
+        if (!QDir().rename(m_stateFilePath, target))
+            return false;
+        m_rejected->keptCopy = target;
+        qCInfo(lcPersistence, "The rejected state file was moved to %s.", qUtf8Printable(target));
+        Q_EMIT rejectedStateKept(target);
+    }
+    m_mustMoveRejectedAside = false;
     return true;
 }
 

@@ -55,14 +55,29 @@ public:
     QString stateFilePath() const { return m_stateFilePath; }
 
     // The stored document, normalised; the default document when there is no
-    // file (silently) or it cannot be read or is rejected (logged). An
-    // unreadable file stays in place until the next save replaces it.
-    PersistedAppState load() const;
+    // file (silently) or it cannot be read or is rejected (logged).
+    //
+    // A rejected file is never lost: it is copied at once to
+    // "VistrelState.rejected-<UTC time>.json" beside it (never over an
+    // existing file), or, when it cannot be copied (unreadable, a folder),
+    // moved there before the next save. A save that cannot move it aside
+    // fails and leaves it in place.
+    PersistedAppState load();
+
+    // After a rejected load: why it was rejected, and the path of the kept
+    // copy once there is one.
+    struct RejectedState {
+        QString reason;
+        std::optional<QString> keptCopy;
+
+        friend bool operator==(const RejectedState&, const RejectedState&) = default;
+    };
+    std::optional<RejectedState> rejectedState() const { return m_rejected; }
 
     // Writes the whole document atomically. On failure (folder cannot be made,
     // value cannot be encoded, write or rename fails) logs and leaves the
     // previous file as it was. Returns whether the file was written.
-    bool save(const PersistedAppState& state) const;
+    bool save(const PersistedAppState& state);
 
     // Copies a user-chosen image into CanvasBackgrounds/ under a fresh
     // "<uuid>.<extension>" name (extension kept as given, "png" when there is
@@ -73,9 +88,19 @@ public:
     // The file a stored relative image path points to, when it exists.
     std::optional<QUrl> canvasImageURL(const std::optional<QString>& relativePath) const;
 
+Q_SIGNALS:
+    // A rejected file was kept aside (at load or before a save).
+    void rejectedStateKept(const QString& path);
+
 private:
+    // A name beside the state file that no file has yet.
+    QString freeRejectedPath() const;
+    bool moveRejectedAside();
+
     QString m_applicationDirectory;
     QString m_stateFilePath;
+    std::optional<RejectedState> m_rejected;
+    bool m_mustMoveRejectedAside = false;
 };
 
 } // namespace vistrel

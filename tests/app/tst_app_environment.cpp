@@ -8,6 +8,7 @@
 #include "app/PlatformServices.h"
 #include "app/SingleInstance.h"
 #include "capture/OutputRenderer.h"
+#include "control/MainControlWindow.h"
 #include "coordination/MainViewModel.h"
 #include "coordination/OutputViewModel.h"
 #include "coordination/PresetModel.h"
@@ -15,6 +16,7 @@
 #include "presentation/CameraPreviewView.h"
 #include "presentation/ManagedWindowKind.h"
 #include "presentation/OutputWindow.h"
+#include "presentation/PopoverHub.h"
 #include "presentation/VideoLayerWidget.h"
 #include "presentation/WindowRegistry.h"
 
@@ -245,6 +247,28 @@ private Q_SLOTS:
         items.last()->trigger();
         QCOMPARE(model.presetModel()->activePresetID(), std::optional(builtIn.last().id));
         QVERIFY(!model.isPanicHidden());
+    }
+
+    // A state file with a typo: the defaults, a kept copy, and a notice that
+    // names it until the user puts it away.
+    void rejectedStateIsKeptAndSaid()
+    {
+        QTemporaryDir root;
+        QVERIFY(writeState(root, R"({ "policy": { "mode": "alowList" } })"));
+        AppEnvironment environment(createPlatformServices({PlatformBackendKind::sim, u"test"_s}),
+                                   root.path());
+        MainViewModel& model = environment.mainViewModel();
+        const QString notice = model.settingsNotice().value_or(QString());
+        QVERIFY2(notice.contains(u"could not be read"_s) &&
+                     notice.contains(u"VistrelState.rejected-"_s),
+                 qPrintable(notice));
+        // The control window grows for the notice, and shrinks once it is put away.
+        PopoverHub hub;
+        MainControlWindow window(model, environment.windowRegistry(), hub, {});
+        QCOMPARE(window.preferredHeight(), MainControlWindow::noticeHeight);
+        model.dismissSettingsNotice();
+        QCOMPARE(model.settingsNotice(), std::optional<QString>());
+        QCOMPARE(window.preferredHeight(), MainControlWindow::compactHeight);
     }
 
     // A second start finds the first and asks it to show itself; a lock left

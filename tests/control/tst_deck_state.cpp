@@ -110,14 +110,19 @@ private Q_SLOTS:
         using P = ScreenRecordingPermissionState;
         const StreamStatus failed = StreamStatus::failed(u"The stream stopped."_s);
         // Permission first, then the discovery error, then the stream.
-        QCOMPARE(deckNotice(P::missing, u"boom"_s, failed)->tone, NoticeTone::warning);
-        QCOMPARE(deckNotice(P::granted, u"boom"_s, failed),
+        QCOMPARE(deckNotice(P::missing, u"boom"_s, failed, u"kept"_s)->tone, NoticeTone::warning);
+        QCOMPARE(deckNotice(P::granted, u"boom"_s, failed, u"kept"_s),
                  std::optional(DeckNotice{u"Discovery issue"_s, u"boom"_s, NoticeTone::neutral}));
-        QCOMPARE(deckNotice(P::granted, u""_s, failed),
+        QCOMPARE(deckNotice(P::granted, u""_s, failed, {}),
                  std::optional(
                      DeckNotice{u"Stream error"_s, u"The stream stopped."_s, NoticeTone::danger}));
-        QCOMPARE(deckNotice(P::granted, std::nullopt, StreamStatus::running()),
+        QCOMPARE(deckNotice(P::granted, std::nullopt, StreamStatus::running(), {}),
                  std::optional<DeckNotice>());
+        // Settings that could not be read come last, and may be put away.
+        QCOMPARE(deckNotice(P::granted, std::nullopt, failed, u"kept"_s)->tone, NoticeTone::danger);
+        QCOMPARE(deckNotice(P::granted, std::nullopt, StreamStatus::running(), u"kept"_s),
+                 std::optional(
+                     DeckNotice{u"Earlier settings kept"_s, u"kept"_s, NoticeTone::neutral, true}));
     }
 
     void popoverPlacement_data()

@@ -110,7 +110,7 @@ public:
 
     // Writes a state document as the store would, before the model loads it.
     void writeState(const PersistedAppState& state) { presetStore.save(state); }
-    PersistedAppState savedState() const { return presetStore.load(); }
+    PersistedAppState savedState() { return presetStore.load(); }
     QString stateFilePath() const { return presetStore.stateFilePath(); }
 
     // The standard scene's applications as the source list offers them.

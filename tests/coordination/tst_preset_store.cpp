@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QImage>
 #include <QRegularExpression>
+#include <QSignalSpy>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -113,7 +114,7 @@ private Q_SLOTS:
     void firstStartCreatesNothingUntilSave()
     {
         const QString root = m_root->filePath(u"data"_s);
-        const PresetStore store(root);
+        PresetStore store(root);
         QCOMPARE(store.stateFilePath(), root + u"/Vistrel/VistrelState.json"_s);
         MessageLog log;
         QCOMPARE(store.load(), PersistedAppState::defaultState());
@@ -132,7 +133,7 @@ private Q_SLOTS:
             QStringList({u"VistrelState.json"_s}));
     }
 
-    void unreadableFileFallsBackUntouched_data()
+    void rejectedFileIsKept_data()
     {
         // The reader's reasons are the model's; the store logs them.
         QTest::addColumn<QByteArray>("bytes"); // null: a folder where the file should be
@@ -147,35 +148,52 @@ private Q_SLOTS:
         QTest::newRow("folder") << QByteArray() << u"\u201C"_s;
     }
 
-    void unreadableFileFallsBackUntouched()
+    // A file that cannot be read is never lost: the store starts from the
+    // default document, copies the file aside at once (or, a folder, moves it
+    // aside before the next save) under a name no file has, and then saves.
+    void rejectedFileIsKept()
     {
         QFETCH(QByteArray, bytes);
         QFETCH(QString, reason);
-        const PresetStore store(m_root->path());
-        if (bytes.isNull())
-            QVERIFY(QDir().mkpath(store.stateFilePath()));
-        else
+        PresetStore store(m_root->path());
+        QSignalSpy kept(&store, &PresetStore::rejectedStateKept);
+        if (bytes.isNull()) {
+            QVERIFY(writeFile(store.stateFilePath() + u"/inside.txt"_s, "inside"));
+        } else {
             QVERIFY(writeFile(store.stateFilePath(), bytes));
+        }
         const FileSnapshot before = snapshot(store.stateFilePath());
-        const QStringList entries = folderEntries(store.applicationDirectory());
-        QTest::qWait(20); // so a rewrite would show in the modification time
         {
             MessageLog log;
             QCOMPARE(store.load(), PersistedAppState::defaultState());
-            QVERIFY2(onlyMessage(log).startsWith(loadFailure + reason),
-                     qPrintable(onlyMessage(log)));
+            const QString failure = log.texts(persistence).value(0);
+            QVERIFY2(failure.startsWith(loadFailure + reason), qPrintable(failure));
         }
         QCOMPARE(snapshot(store.stateFilePath()), before);
-        QCOMPARE(folderEntries(store.applicationDirectory()), entries);
-        if (bytes.isNull())
-            return;
+        QCOMPARE(store.rejectedState()->reason.isEmpty(), false);
+        QCOMPARE(store.rejectedState()->keptCopy.has_value(), !bytes.isNull());
+        QCOMPARE(kept.size(), bytes.isNull() ? 0 : 1);
 
-        // The next save replaces the unreadable file.
-        MessageLog log;
+        // A second rejected load (another start) keeps a second copy.
+        if (!bytes.isNull()) {
+            PresetStore again(m_root->path());
+            again.load();
+            QVERIFY(again.rejectedState()->keptCopy != store.rejectedState()->keptCopy);
+        }
+
         const PersistedAppState state = changedState();
         QVERIFY(store.save(state));
         QCOMPARE(store.load(), state.normalized());
-        QVERIFY(log.messages.isEmpty());
+        const QString copy = *store.rejectedState()->keptCopy;
+        QVERIFY2(QFileInfo(copy).fileName().startsWith(u"VistrelState.rejected-"_s),
+                 qPrintable(copy));
+        if (bytes.isNull())
+            QCOMPARE(snapshot(copy + u"/inside.txt"_s).bytes, QByteArray("inside"));
+        else
+            QCOMPARE(snapshot(copy).bytes, bytes);
+        const QStringList copies = QDir(store.applicationDirectory())
+                                       .entryList({u"VistrelState.rejected-*"_s}, QDir::AllEntries);
+        QCOMPARE(copies.size(), bytes.isNull() ? 1 : 2);
     }
 
     void failedSaveKeepsPreviousFile_data()
@@ -195,7 +213,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, blocker);
         QFETCH(QString, reason);
-        const PresetStore store(m_root->path());
+        PresetStore store(m_root->path());
         PersistedAppState state = changedState();
         QString guarded = store.stateFilePath(); // must stay byte-for-byte as it was
         if (blocker == u"folder"_s) {
