@@ -2,9 +2,12 @@
 
 #include "control/OptionRow.h"
 #include "control/Popover.h"
+#include "control/SessionInfo.h"
 #include "coordination/MainViewModel.h"
 
 #include <QCoreApplication>
+#include <QFormLayout>
+#include <QLabel>
 #include <QVBoxLayout>
 #include <functional>
 
@@ -73,6 +76,39 @@ Popover* makeDisplayPopover(MainViewModel& model, PopoverHub& hub, QWidget* pare
     }
     addRow(popover, tr("No Display"), tr("Pause the output until a display is selected."),
            !selected, [&model] { model.selectDisplay(std::nullopt); });
+    return popover;
+}
+
+Popover* makeInformationPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
+{
+    auto* popover = new Popover(tr("Current Session"), hub, parent);
+    SessionInputs inputs;
+    inputs.contentMode = model.outputContentMode();
+    inputs.visibilityMode = model.policy().mode;
+    if (model.selectedDisplayID())
+        inputs.displayName = model.selectedDisplayName();
+    inputs.frameMode = model.outputFrameMode();
+    inputs.canvas = model.canvasBackground();
+    inputs.discovered = model.sourceSummary();
+    inputs.ruleCount = model.policy().activeRuleCount();
+    inputs.status = model.streamStatus();
+    const SessionInfo info = sessionInfo(inputs);
+
+    auto* rows = new QFormLayout;
+    rows->setHorizontalSpacing(16);
+    for (const auto& [label, value] : info.rows) {
+        auto* valueLabel = new QLabel(value, popover);
+        valueLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        rows->addRow(new QLabel(label, popover), valueLabel);
+    }
+    popover->contentLayout()->addLayout(rows);
+    for (const QString& explanation : info.explanations) {
+        auto* text = new QLabel(explanation, popover);
+        text->setWordWrap(true);
+        text->setForegroundRole(QPalette::PlaceholderText);
+        text->setMaximumWidth(340);
+        popover->contentLayout()->addWidget(text);
+    }
     return popover;
 }
 

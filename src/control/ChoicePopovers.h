@@ -1,8 +1,8 @@
 #pragma once
 
-// The single-choice popovers of the deck: "Visibility Mode", "Frame Style"
-// and "Display". A choice closes the popover; choosing the row that is
-// already selected closes it and changes nothing.
+// The deck's simple popovers. The single-choice ones, "Visibility Mode",
+// "Frame Style" and "Display": a choice closes the popover; choosing the row
+// that is already selected closes it and changes nothing.
 
 class QWidget;
 
@@ -15,5 +15,9 @@ class PopoverHub;
 Popover* makeModePopover(MainViewModel& model, PopoverHub& hub, QWidget* parent);
 Popover* makeFramePopover(MainViewModel& model, PopoverHub& hub, QWidget* parent);
 Popover* makeDisplayPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent);
+
+// "Current Session": the live settings as label and value rows, then what
+// each of them means. Read when it opens.
+Popover* makeInformationPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent);
 
 } // namespace vistrel

@@ -255,7 +255,7 @@ Popover* ControlDeck::makePopover(DeckPopover kind)
     case DeckPopover::presets:
         return new Popover(tr("Presets"), m_hub, this);
     case DeckPopover::info:
-        return new Popover(tr("Current Session"), m_hub, this);
+        return makeInformationPopover(m_model, m_hub, this);
     }
     return new Popover(QString(), m_hub, this);
 }

@@ -3,6 +3,7 @@
 
 #include "control/DeckState.h"
 #include "control/Popover.h"
+#include "control/SessionInfo.h"
 
 #include <QTest>
 
@@ -123,6 +124,49 @@ private Q_SLOTS:
         QCOMPARE(deckNotice(P::granted, std::nullopt, StreamStatus::running(), u"kept"_s),
                  std::optional(
                      DeckNotice{u"Earlier settings kept"_s, u"kept"_s, NoticeTone::neutral, true}));
+    }
+
+    // The information popover's rows and explanations follow every setting.
+    void sessionInformation()
+    {
+        SessionInputs in;
+        in.discovered = u"3 apps • 4 windows"_s;
+        in.ruleCount = 1;
+        const SessionInfo plain = sessionInfo(in);
+        QCOMPARE(plain.rows,
+                 (QList<std::pair<QString, QString>>{{u"Output"_s, u"Sanitized Windows"_s},
+                                                     {u"Mode"_s, u"Allow List"_s},
+                                                     {u"Display"_s, u"Not Selected"_s},
+                                                     {u"Frame"_s, u"Screen"_s},
+                                                     {u"Canvas"_s, u"Black"_s},
+                                                     {u"Discovered"_s, u"3 apps • 4 windows"_s},
+                                                     {u"Rules"_s, u"1 rule"_s},
+                                                     {u"Stream"_s, u"Idle"_s}}));
+        QCOMPARE(plain.explanations.last(), u"Use a black canvas behind isolated windows."_s);
+
+        in.contentMode = OutputContentMode::fullDesktop;
+        in.visibilityMode = VisibilityMode::blockList;
+        in.displayName = u"LEFT"_s;
+        in.frameMode = OutputFrameMode::dynamic;
+        in.canvas.mode = CanvasBackgroundMode::customImage;
+        in.ruleCount = 2;
+        in.status = StreamStatus::running();
+        const SessionInfo changed = sessionInfo(in);
+        QCOMPARE(changed.rows[0].second, u"Full Desktop"_s);
+        QCOMPARE(changed.rows[1].second, u"Block List"_s);
+        QCOMPARE(changed.rows[2].second, u"LEFT"_s);
+        QCOMPARE(changed.rows[3].second, u"Dynamic"_s);
+        QCOMPARE(changed.rows[6].second, u"2 rules"_s);
+        QCOMPARE(changed.rows[7].second, u"Stream Running"_s);
+        QCOMPARE(
+            changed.explanations,
+            (QStringList{u"Share the full selected display while still excluding Vistrel "
+                         "windows from the output."_s,
+                         u"Everything on the selected display appears except checked apps "
+                         "and windows."_s,
+                         u"Automatically crop the output to the outer bounds of the shared "
+                         "windows on the selected display."_s,
+                         u"Place the isolated windows over a custom image that you choose."_s}));
     }
 
     void popoverPlacement_data()
