@@ -329,11 +329,6 @@ void MainViewModel::runPersistence()
 
 // ---- source list and canvas -------------------------------------------------
 
-QList<ShareableApp> MainViewModel::applicationsOnSelectedDisplay() const
-{
-    return m_discoveryService.catalog().applicationsOnDisplay(selectedDisplayID());
-}
-
 void MainViewModel::syncSourceList()
 {
     m_appListViewModel->update(applicationsOnSelectedDisplay(), policy());
@@ -348,32 +343,6 @@ void MainViewModel::pushCanvasSettings()
 
 // ---- queries ----------------------------------------------------------------
 
-QList<WindowIdentity> MainViewModel::windowIdentities(const ShareableApp& app) const
-{
-    const QList<ShareableApp> onDisplay = applicationsOnSelectedDisplay();
-    const auto listed =
-        std::find_if(onDisplay.cbegin(), onDisplay.cend(), [&](const ShareableApp& candidate) {
-            return candidate.identity == app.identity;
-        });
-    const QList<ShareableWindow>& windows =
-        listed != onDisplay.cend() ? listed->windows : app.windows;
-    QList<WindowIdentity> identities;
-    identities.reserve(windows.size());
-    for (const ShareableWindow& window : windows)
-        identities.append(WindowIdentity(window));
-    return identities;
-}
-
-bool MainViewModel::isApplicationSelected(const ShareableApp& app) const
-{
-    return policy().isApplicationSelected(app.identity, windowIdentities(app));
-}
-
-SourceVisibilityState MainViewModel::visibilityState(const ShareableApp& app) const
-{
-    return policy().applicationState(app.identity, windowIdentities(app));
-}
-
 void MainViewModel::requestScreenRecordingAccess()
 {
     m_permissionManager.requestAccess();
@@ -382,26 +351,6 @@ void MainViewModel::requestScreenRecordingAccess()
 void MainViewModel::openScreenRecordingSettings()
 {
     m_permissionManager.openSystemSettings();
-}
-
-QString MainViewModel::selectedDisplayName() const
-{
-    if (const std::optional<quint32> selected = selectedDisplayID()) {
-        for (const ShareableDisplay& display : m_displays) {
-            if (display.id == *selected)
-                return display.name;
-        }
-    }
-    return u"Not Selected"_s;
-}
-
-QString MainViewModel::sourceSummary() const
-{
-    const QList<ShareableApp> applications = applicationsOnSelectedDisplay();
-    qsizetype windows = 0;
-    for (const ShareableApp& app : applications)
-        windows += app.windows.size();
-    return u"%1 apps \u2022 %2 windows"_s.arg(applications.size()).arg(windows);
 }
 
 // ---- presets and the live configuration -------------------------------------
