@@ -3,6 +3,7 @@
 #include "app/AppEnvironment.h"
 #include "app/AppLifecycleController.h"
 #include "app/AppMenu.h"
+#include "app/PlatformServices.h"
 #include "control/MainControlWindow.h"
 #include "control/SourcePickerView.h"
 #include "coordination/MainViewModel.h"
@@ -46,6 +47,16 @@ AppWindows::AppWindows(AppEnvironment& environment, AppLifecycleController& life
     MainViewModel* model = &environment.mainViewModel();
     actions.makeSourcePicker = [model](QWidget* popover) -> QWidget* {
         return new SourcePickerView(*model, popover);
+    };
+    const PlatformServices& platform = environment.platform();
+    actions.camera.port = platform.camera.get();
+    actions.camera.session = &environment.cameraSessionManager();
+    // The help beside the one on capture access.
+    QUrl cameraHelp = platform.permission->settingsUrl();
+    cameraHelp.setFragment(u"camera-access"_s);
+    actions.camera.openAccessHelp = [opener = platform.urlOpener, cameraHelp] {
+        if (opener)
+            opener->openUrl(cameraHelp);
     };
     m_control = std::make_unique<MainControlWindow>(environment.mainViewModel(), *registry,
                                                     *m_popoverHub, std::move(actions));

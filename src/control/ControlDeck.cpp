@@ -1,5 +1,6 @@
 #include "control/ControlDeck.h"
 
+#include "control/CanvasPopover.h"
 #include "control/ChoicePopovers.h"
 #include "control/CompactTile.h"
 #include "control/DeckNoticeView.h"
@@ -196,6 +197,14 @@ QWidget* ControlDeck::buildHeader()
     return header;
 }
 
+void ControlDeck::hideEvent(QHideEvent* event)
+{
+    // A popover that stays open for drops would outlive a hidden deck.
+    if (m_popover)
+        m_popover->close();
+    QWidget::hideEvent(event);
+}
+
 std::optional<DeckPopover> ControlDeck::activePopover() const
 {
     return m_popover ? m_popoverKind : std::nullopt;
@@ -249,9 +258,9 @@ Popover* ControlDeck::makePopover(DeckPopover kind)
         return popover;
     }
     case DeckPopover::canvas:
-        return new Popover(tr("Canvas"), m_hub, this);
+        return new CanvasPopover(m_model, m_hub, this);
     case DeckPopover::camera:
-        return new Popover(tr("Camera Overlay"), m_hub, this);
+        return new CameraPopover(m_model, m_actions.camera, m_hub, this);
     case DeckPopover::presets:
         return new Popover(tr("Presets"), m_hub, this);
     case DeckPopover::info:

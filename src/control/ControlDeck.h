@@ -8,6 +8,7 @@
 // The deck reads and changes the main view model and the window registry;
 // its own state is only which popover is open. Main thread only.
 
+#include "control/CameraPopover.h"
 #include "control/DeckState.h"
 
 #include <QPointer>
@@ -42,6 +43,8 @@ public:
         std::function<QWidget*(QWidget* parent)> makeSourcePicker = {};
         // The application menu, behind the header's menu button.
         QMenu* menu = nullptr;
+        // What the Camera Overlay popover lists and opens.
+        CameraPopover::Camera camera = {};
     };
 
     ControlDeck(MainViewModel& model, WindowRegistry& registry, PopoverHub& hub, Actions actions,
@@ -57,6 +60,9 @@ public:
 
 Q_SIGNALS:
     void noticeDueChanged(bool isDue);
+
+protected:
+    void hideEvent(QHideEvent* event) override;
 
 private:
     QWidget* buildHeader();

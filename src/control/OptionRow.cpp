@@ -67,6 +67,14 @@ void OptionRow::paintEvent(QPaintEvent*)
     painter.drawImage(markRect, symbolImage(mark, markSize, tint, devicePixelRatioF()));
 }
 
+void OptionRow::setSelected(bool selected)
+{
+    if (m_isSelected == selected)
+        return;
+    m_isSelected = selected;
+    update();
+}
+
 void OptionRow::enterEvent(QEnterEvent* event)
 {
     m_isHovered = true;

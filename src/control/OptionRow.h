@@ -15,6 +15,7 @@ public:
     OptionRow(const QString& title, const QString& subtitle, bool isSelected, QWidget* parent);
 
     bool isSelected() const { return m_isSelected; }
+    void setSelected(bool selected);
     QString subtitle() const { return m_subtitle; }
     QSize sizeHint() const override;
 

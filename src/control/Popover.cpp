@@ -2,7 +2,10 @@
 
 #include "presentation/PopoverHub.h"
 
+#include <QApplication>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QScreen>
 #include <QVBoxLayout>
 
@@ -12,8 +15,17 @@ namespace {
 constexpr int anchorGap = 4;
 }
 
-Popover::Popover(const QString& title, PopoverHub& hub, QWidget* parent)
-    : QFrame(parent, Qt::Popup | Qt::FramelessWindowHint), m_content(new QVBoxLayout)
+namespace {
+Qt::WindowFlags flagsFor(Popover::Dismissal dismissal)
+{
+    if (dismissal == Popover::Dismissal::staysOpenForDrops)
+        return Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint;
+    return Qt::Popup | Qt::FramelessWindowHint;
+}
+} // namespace
+
+Popover::Popover(const QString& title, PopoverHub& hub, QWidget* parent, Dismissal dismissal)
+    : QFrame(parent, flagsFor(dismissal)), m_content(new QVBoxLayout), m_dismissal(dismissal)
 {
     setAttribute(Qt::WA_DeleteOnClose);
     setFrameShape(QFrame::StyledPanel);
@@ -28,6 +40,14 @@ Popover::Popover(const QString& title, PopoverHub& hub, QWidget* parent)
     layout->addWidget(heading);
     layout->addLayout(m_content);
     connect(&hub, &PopoverHub::closePopovers, this, &QWidget::close);
+    if (m_dismissal == Dismissal::staysOpenForDrops)
+        qApp->installEventFilter(this);
+}
+
+Popover::~Popover()
+{
+    if (m_dismissal == Dismissal::staysOpenForDrops)
+        qApp->removeEventFilter(this);
 }
 
 QPoint Popover::placement(const QRect& anchor, const QSize& size, const QRect& screen)
@@ -51,7 +71,38 @@ void Popover::showUnder(QWidget* anchor)
     const QScreen* screen = anchor->screen();
     const QRect area = screen ? screen->availableGeometry() : anchorRect;
     move(placement(anchorRect, size(), area));
+    m_anchor = anchor;
     show();
+    if (m_dismissal == Dismissal::staysOpenForDrops) {
+        activateWindow();
+        setFocus(Qt::PopupFocusReason);
+    }
+}
+
+void Popover::keyPressEvent(QKeyEvent* event)
+{
+    if (m_dismissal == Dismissal::staysOpenForDrops && event->matches(QKeySequence::Cancel)) {
+        close();
+        return;
+    }
+    QFrame::keyPressEvent(event);
+}
+
+bool Popover::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() != QEvent::MouseButtonPress || !isVisible() || !watched->isWidgetType())
+        return false;
+    auto* widget = static_cast<QWidget*>(watched);
+    if (widget == this || isAncestorOf(widget) || widget->window() == window() ||
+        widget->window()->isModal())
+        return false;
+    // Only the press's own target: the event reaches every ancestor too.
+    const auto* press = static_cast<QMouseEvent*>(event);
+    if (QApplication::widgetAt(press->globalPosition().toPoint()) != widget)
+        return false;
+    const bool onAnchor = m_anchor && (widget == m_anchor || m_anchor->isAncestorOf(widget));
+    close();
+    return onAnchor;
 }
 
 void Popover::hideEvent(QHideEvent* event)

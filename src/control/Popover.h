@@ -5,6 +5,12 @@
 // its content asks (a selection) and when the application asks every popover
 // to close.
 //
+// A popover that takes drops cannot be a grabbing popup on X11: the press
+// that starts a drag in a file manager would close it. That kind is a tool
+// window above the others instead; it ignores other applications and closes
+// on a press in any of Vistrel's windows outside it (a press on its anchor
+// only closes it, so the anchor toggles it), on Escape and when asked.
+//
 // Main thread only. Coordinates: global, y-down.
 
 #include <QFrame>
@@ -21,7 +27,11 @@ class Popover : public QFrame {
     Q_OBJECT
 
 public:
-    Popover(const QString& title, PopoverHub& hub, QWidget* parent);
+    enum class Dismissal { onOutsideClick, staysOpenForDrops };
+
+    Popover(const QString& title, PopoverHub& hub, QWidget* parent,
+            Dismissal dismissal = Dismissal::onOutsideClick);
+    ~Popover() override;
 
     // Where the content goes, under the title.
     QVBoxLayout* contentLayout() const { return m_content; }
@@ -38,9 +48,13 @@ Q_SIGNALS:
 
 protected:
     void hideEvent(QHideEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     QVBoxLayout* m_content;
+    Dismissal m_dismissal;
+    QPointer<QWidget> m_anchor;
 };
 
 } // namespace vistrel

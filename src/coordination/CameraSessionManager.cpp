@@ -60,9 +60,11 @@ void CameraSessionManager::configure(quint64 token, const QString& deviceID, boo
 {
     if (!accessGranted) {
         qCCritical(lcCameraSession, "Camera access denied by user.");
+        setAccessDenied(true);
         abandonStart();
         return;
     }
+    setAccessDenied(false);
     const std::optional<CameraDevice> device = m_port.deviceWithUniqueID(deviceID);
     if (!device) {
         qCCritical(lcCameraSession, "Camera device not found: %s", qUtf8Printable(deviceID));
@@ -108,6 +110,7 @@ void CameraSessionManager::finishStart(const QString& deviceID,
     if (error) {
         qCCritical(lcCameraSession, "Failed to start camera: %s",
                    qUtf8Printable(error->localizedDescription));
+        setAccessDenied(isCameraAccessError(*error));
         stop();
         return;
     }
@@ -156,6 +159,15 @@ void CameraSessionManager::setCurrentDeviceID(const std::optional<QString>& devi
     }
     m_currentDeviceID = deviceID;
     Q_EMIT currentDeviceIDChanged(deviceID);
+}
+
+void CameraSessionManager::setAccessDenied(bool denied)
+{
+    if (m_isAccessDenied == denied) {
+        return;
+    }
+    m_isAccessDenied = denied;
+    Q_EMIT isAccessDeniedChanged(denied);
 }
 
 } // namespace vistrel

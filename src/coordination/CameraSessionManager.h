@@ -24,6 +24,9 @@ class CameraSessionManager : public QObject {
         std::optional<QString> currentDeviceID READ currentDeviceID NOTIFY currentDeviceIDChanged)
     Q_PROPERTY(
         vistrel::CameraSession* captureSession READ captureSession NOTIFY captureSessionChanged)
+    // The last start was refused for lack of camera access; cleared by the
+    // next start that gets access.
+    Q_PROPERTY(bool isAccessDenied READ isAccessDenied NOTIFY isAccessDeniedChanged)
 
 public:
     // The port must outlive the manager.
@@ -47,11 +50,13 @@ public:
     // The live session, from the moment it is configured (before it runs)
     // until stop. Null while stopped.
     CameraSession* captureSession() const { return m_captureSession.get(); }
+    bool isAccessDenied() const { return m_isAccessDenied; }
 
 Q_SIGNALS:
     void isRunningChanged(bool isRunning);
     void currentDeviceIDChanged(const std::optional<QString>& currentDeviceID);
     void captureSessionChanged(vistrel::CameraSession* captureSession);
+    void isAccessDeniedChanged(bool isAccessDenied);
 
 private:
     void configure(quint64 token, const QString& deviceID, bool accessGranted);
@@ -59,9 +64,11 @@ private:
     void abandonStart();
     void setRunning(bool running);
     void setCurrentDeviceID(const std::optional<QString>& deviceID);
+    void setAccessDenied(bool denied);
 
     CameraPort& m_port;
     bool m_isRunning = false;
+    bool m_isAccessDenied = false;
     std::optional<QString> m_currentDeviceID;
     std::unique_ptr<CameraSession> m_captureSession;
     std::shared_ptr<CameraInput> m_currentInput;

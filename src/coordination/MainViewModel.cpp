@@ -199,20 +199,20 @@ void MainViewModel::setCanvasBackgroundMode(CanvasBackgroundMode mode)
     schedulePersistence();
 }
 
-bool MainViewModel::importCanvasBackground(const QUrl& file)
+std::optional<QString> MainViewModel::importCanvasBackground(const QUrl& file)
 {
     const CanvasImportResult result = m_presetStore.importCanvasBackground(file);
     if (const auto* error = std::get_if<CanvasImportError>(&result)) {
         qCCritical(lcMainViewModel, "Importing canvas background failed: %s",
                    qUtf8Printable(error->description));
-        return false;
+        return error->description;
     }
     ShareConfiguration next = m_configuration;
     next.canvasBackground = std::get<CanvasBackgroundSelection>(result);
     setConfiguration(next);
     pushCanvasSettings();
     schedulePersistence();
-    return true;
+    return std::nullopt;
 }
 
 void MainViewModel::setAlwaysOnTop(bool onTop)

@@ -134,9 +134,10 @@ public:
     // Changes only the mode, keeping the image fields; reconfigures the
     // engine's canvas but rebuilds no capture.
     void setCanvasBackgroundMode(CanvasBackgroundMode mode);
-    // Copies the image into the store and makes it the canvas. False (and
-    // logged) when the store refuses the file; nothing changes then.
-    bool importCanvasBackground(const QUrl& file);
+    // Copies the image into the store and makes it the canvas. When the
+    // store refuses the file, nothing changes and the reason is logged and
+    // returned.
+    std::optional<QString> importCanvasBackground(const QUrl& file);
     void setAlwaysOnTop(bool onTop);
     void setCameraOverlay(const CameraOverlayConfiguration& configuration);
     // Each change schedules a capture update; the filter builder answers a

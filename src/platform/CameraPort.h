@@ -33,6 +33,14 @@ inline size_t qHash(const CameraDevice& device, size_t seed = 0) noexcept
     return qHashMulti(seed, device.uniqueID, device.localizedName);
 }
 
+// The error of a device the user may not open (on Linux: no read and write
+// access to its device node), so that the interface can say so.
+inline constexpr QLatin1StringView cameraAccessErrorDomain{"vistrel.camera.access"};
+inline bool isCameraAccessError(const PlatformError& error)
+{
+    return error.domain == cameraAccessErrorDomain;
+}
+
 // Picture quality asked of a session. Medium is about 640 x 480: plenty for a
 // small bubble and cheap to convert.
 enum class CameraSessionPreset { medium };
@@ -107,7 +115,8 @@ public:
     virtual ~CameraPort() = default;
 
     // The completion runs on the main thread on a later turn. Backends without
-    // an access prompt answer from what they know (granted on Linux).
+    // an access prompt answer from what they know (on Linux: refused when
+    // there are video devices and the user may open none of them).
     virtual void requestAccess(std::function<void(bool granted)> completion) = 0;
 
     // Cameras connected now, in the backend's order. May take a few

@@ -51,6 +51,19 @@ constexpr SymbolRow symbolTable[] = {
     {"chevron.down"_L1, "go-down-symbolic"_L1, "arrow-down"_L1},
     {"magnifyingglass"_L1, "edit-find-symbolic"_L1, "edit-find"_L1},
     {"square.stack.3d.up.slash"_L1, {}, {}},
+    // Canvas.
+    {"photo.badge.plus"_L1, "insert-image-symbolic"_L1, "insert-image"_L1},
+    // Camera position and margins: one drawing for all nine, so that the
+    // grid looks of a piece.
+    {"arrow.up.left"_L1, {}, {}},
+    {"arrow.up"_L1, {}, {}},
+    {"arrow.up.right"_L1, {}, {}},
+    {"arrow.left"_L1, {}, {}},
+    {"circle.fill"_L1, {}, {}},
+    {"arrow.right"_L1, {}, {}},
+    {"arrow.down.left"_L1, {}, {}},
+    {"arrow.down"_L1, {}, {}},
+    {"arrow.down.right"_L1, {}, {}},
 };
 
 const SymbolRow* findRow(QStringView symbol)

@@ -129,35 +129,43 @@ private Q_SLOTS:
         QTest::addColumn<bool>("foreignInputs");
         QTest::addColumn<QString>("message");
         QTest::addColumn<bool>("ranFirst");
+        QTest::addColumn<bool>("accessDenied");
 
         QTest::newRow("access denied")
             << OptionsEdit([](TestPatternOptions& o) { o.accessGranted = false; }) << cameraA
-            << false << u"Camera access denied by user."_s << false;
-        QTest::newRow("missing device") << OptionsEdit() << u"test-pattern:9"_s << false
-                                        << u"Camera device not found: test-pattern:9"_s << false;
+            << false << u"Camera access denied by user."_s << false << true;
+        QTest::newRow("device may not be opened")
+            << OptionsEdit([](TestPatternOptions& o) { o.deniedDevices = {cameraA}; }) << cameraA
+            << false << u"Failed to start camera: You may not open the test camera."_s << false
+            << true;
+        QTest::newRow("missing device")
+            << OptionsEdit() << u"test-pattern:9"_s << false
+            << u"Camera device not found: test-pattern:9"_s << false << false;
         QTest::newRow("device of no backend")
             << OptionsEdit() << u"usb-0000:00:14.0-1"_s << false
-            << u"Camera device not found: usb-0000:00:14.0-1"_s << false;
+            << u"Camera device not found: usb-0000:00:14.0-1"_s << false << false;
         QTest::newRow("input cannot be created")
             << OptionsEdit([](TestPatternOptions& o) { o.busyDevices = {cameraA}; }) << cameraA
             << false
             << u"Failed to create camera input: The camera \u201cTest Pattern Camera 1\u201d is "
                u"in use by another application."_s
+            << false << false;
+        QTest::newRow("input cannot be added")
+            << OptionsEdit() << cameraA << true << u"Cannot add camera input to session."_s << false
             << false;
-        QTest::newRow("input cannot be added") << OptionsEdit() << cameraA << true
-                                               << u"Cannot add camera input to session."_s << false;
         QTest::newRow("device fails to start")
             << OptionsEdit([](TestPatternOptions& o) { o.failingDevices = {cameraA}; }) << cameraA
-            << false << u"Failed to start camera: The test camera stopped responding."_s << false;
+            << false << u"Failed to start camera: The test camera stopped responding."_s << false
+            << false;
         // A failure before the start has answered ends the start too.
         QTest::newRow("disconnected while opening")
             << OptionsEdit([](TestPatternOptions& o) { o.disconnectAfterFrames = 0; }) << cameraA
             << false << u"Camera stopped with an error: The test camera was disconnected."_s
-            << false;
+            << false << false;
         QTest::newRow("disconnected while running")
             << OptionsEdit([](TestPatternOptions& o) { o.disconnectAfterFrames = 3; }) << cameraA
-            << false << u"Camera stopped with an error: The test camera was disconnected."_s
-            << true;
+            << false << u"Camera stopped with an error: The test camera was disconnected."_s << true
+            << false;
     }
 
     void failuresLeaveItStopped()
@@ -167,6 +175,7 @@ private Q_SLOTS:
         QFETCH(bool, foreignInputs);
         QFETCH(QString, message);
         QFETCH(bool, ranFirst);
+        QFETCH(bool, accessDenied);
 
         TestPatternCameraPort testPort(options(edit));
         ForeignInputPort foreignPort;
@@ -186,6 +195,7 @@ private Q_SLOTS:
         QCOMPARE(manager.currentDeviceID(), std::nullopt);
         QVERIFY(!manager.captureSession());
         QCOMPARE(running.size(), ranFirst ? 4 : 0);
+        QCOMPARE(manager.isAccessDenied(), accessDenied);
         QTRY_COMPARE(testPort.statistics().closes.load(), testPort.statistics().opens.load());
     }
 

@@ -371,7 +371,9 @@ private Q_SLOTS:
         }
         {
             MessageLog log;
-            QVERIFY(!model.importCanvasBackground(QUrl::fromLocalFile(notImage)));
+            QCOMPARE(model.importCanvasBackground(QUrl::fromLocalFile(notImage)),
+                     std::optional(u"Vistrel only accepts image files for the custom background "
+                                   "canvas."_s));
             QCOMPARE(log.texts(u"quorbit.Vistrel.MainViewModel"_s),
                      QStringList{u"Importing canvas background failed: Vistrel only accepts image "
                                  "files for the custom background canvas."_s});
@@ -383,7 +385,7 @@ private Q_SLOTS:
         QImage image(8, 6, QImage::Format_RGB32);
         image.fill(Qt::red);
         QVERIFY(image.save(picture));
-        QVERIFY(model.importCanvasBackground(QUrl::fromLocalFile(picture)));
+        QCOMPARE(model.importCanvasBackground(QUrl::fromLocalFile(picture)), std::nullopt);
         QCOMPARE(model.canvasBackground().mode, CanvasBackgroundMode::customImage);
         QCOMPARE(model.canvasBackground().imageDisplayName, std::optional(u"sunset.png"_s));
         QVERIFY(model.canvasBackground().imageRelativePath);

@@ -7,10 +7,14 @@
 #include <QCamera>
 #include <QCameraFormat>
 #include <QCoreApplication>
+#include <QDir>
+#include <QFile>
 #include <QMediaCaptureSession>
 #include <QMediaDevices>
 #include <QVideoFrame>
 #include <QVideoSink>
+#include <cerrno>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -40,6 +44,21 @@ QCameraFormat mediumFormat(const QCameraDevice& device)
 
 } // namespace
 
+VideoDeviceAccess videoDeviceAccess(const QString& deviceFolder)
+{
+    const QStringList nodes =
+        QDir(deviceFolder)
+            .entryList({u"video*"_s}, QDir::System | QDir::Files | QDir::NoDotAndDotDot);
+    if (nodes.isEmpty())
+        return VideoDeviceAccess::noDevices;
+    for (const QString& node : nodes) {
+        const QByteArray path = QFile::encodeName(QDir(deviceFolder).filePath(node));
+        if (::access(path.constData(), R_OK | W_OK) == 0)
+            return VideoDeviceAccess::granted;
+    }
+    return VideoDeviceAccess::refused;
+}
+
 QtCameraInput::QtCameraInput(QCameraDevice cameraDevice, CameraDevice device)
     : m_cameraDevice(std::move(cameraDevice)), m_device(std::move(device))
 {
@@ -57,7 +76,7 @@ std::optional<PlatformError> QtCameraInput::open(CameraSessionPreset,
     close();
     m_camera = std::make_unique<QCamera>(m_cameraDevice);
     if (m_camera->error() != QCamera::NoError) {
-        PlatformError error{errorDomain, int(m_camera->error()), m_camera->errorString()};
+        PlatformError error = openError();
         close();
         return error;
     }
@@ -86,11 +105,24 @@ std::optional<PlatformError> QtCameraInput::open(CameraSessionPreset,
 
     m_camera->start();
     if (m_camera->error() != QCamera::NoError) {
-        PlatformError error{errorDomain, int(m_camera->error()), m_camera->errorString()};
+        PlatformError error = openError();
         close();
         return error;
     }
     return std::nullopt;
+}
+
+PlatformError QtCameraInput::openError() const
+{
+    // Qt says only that the camera failed; a device node the user may not
+    // open is worth telling apart, since the user can fix it.
+    const QString node = QString::fromUtf8(m_cameraDevice.id());
+    if (node.startsWith(u"/dev/"_s) && ::access(QFile::encodeName(node).constData(), F_OK) == 0 &&
+        ::access(QFile::encodeName(node).constData(), R_OK | W_OK) != 0) {
+        return {QString(cameraAccessErrorDomain), EACCES,
+                u"You may not open %1 (%2)."_s.arg(node, m_camera->errorString())};
+    }
+    return {errorDomain, int(m_camera->error()), m_camera->errorString()};
 }
 
 void QtCameraInput::close()
@@ -120,7 +152,7 @@ void QtCameraPort::requestAccess(std::function<void(bool)> completion)
         QCoreApplication::instance(),
         [completion = std::move(completion)] {
             if (completion) {
-                completion(true);
+                completion(videoDeviceAccess(u"/dev"_s) != VideoDeviceAccess::refused);
             }
         },
         Qt::QueuedConnection);

@@ -19,6 +19,11 @@ namespace vistrel {
 
 class CameraWorkerThread;
 
+// Whether the user may open the video devices under `deviceFolder` (/dev):
+// none there, at least one readable and writable, or all refused.
+enum class VideoDeviceAccess { noDevices, granted, refused };
+VideoDeviceAccess videoDeviceAccess(const QString& deviceFolder);
+
 class QtCameraInput final : public CameraSourceInput {
 public:
     // A null cameraDevice opens the backend's default source.
@@ -31,6 +36,8 @@ public:
     void close() override;
 
 private:
+    PlatformError openError() const;
+
     const QCameraDevice m_cameraDevice;
     const CameraDevice m_device;
     // Worker thread only.
@@ -46,8 +53,9 @@ public:
     explicit QtCameraPort(std::shared_ptr<CameraWorkerThread> worker = nullptr);
     ~QtCameraPort() override;
 
-    // There is no camera permission on Linux: access is granted, and a device
-    // that cannot be opened says so when the session starts.
+    // There is no camera prompt on Linux: access is refused only when no
+    // video device may be opened, and a device that cannot be opened for
+    // lack of access says so when the session starts.
     void requestAccess(std::function<void(bool)> completion) override;
     QList<CameraDevice> devices() override;
     std::optional<CameraDevice> deviceWithUniqueID(const QString& uniqueID) override;

@@ -9,6 +9,7 @@
 #include <QThread>
 #include <QTimer>
 #include <array>
+#include <cerrno>
 
 using namespace Qt::StringLiterals;
 
@@ -64,6 +65,11 @@ public:
             QThread::msleep(static_cast<unsigned long>(m_options.openDelay.count()));
         }
         ++m_statistics->opens;
+        if (m_options.deniedDevices.contains(m_device.uniqueID)) {
+            ++m_statistics->closes;
+            return PlatformError{QString(cameraAccessErrorDomain), EACCES,
+                                 u"You may not open the test camera."_s};
+        }
         if (m_options.failingDevices.contains(m_device.uniqueID)) {
             ++m_statistics->closes;
             return PlatformError{u"vistrel.camera.test"_s, 2,

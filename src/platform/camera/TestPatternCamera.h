@@ -25,6 +25,9 @@ struct TestPatternOptions {
     QSet<QString> busyDevices;
     // The device opens and then fails to start.
     QSet<QString> failingDevices;
+    // Opening fails for lack of access, as for a device node the user may
+    // not read.
+    QSet<QString> deniedDevices;
     // Time a device takes to open, on the worker thread.
     std::chrono::milliseconds openDelay{0};
     int framesPerSecond = 30;

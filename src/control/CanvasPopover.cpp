@@ -1,0 +1,160 @@
+#include "control/CanvasPopover.h"
+
+#include "control/CanvasOptions.h"
+#include "control/DeckState.h"
+#include "control/ImageDropZone.h"
+#include "control/OptionRow.h"
+#include "control/SelectionCard.h"
+#include "coordination/MainViewModel.h"
+
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QImageReader>
+#include <QLabel>
+#include <QPushButton>
+#include <QStandardPaths>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+namespace vistrel {
+
+namespace {
+
+constexpr int textWidth = 340;
+
+QLabel* secondaryLabel(const QString& text, QWidget* parent)
+{
+    auto* label = new QLabel(text, parent);
+    label->setWordWrap(true);
+    label->setMaximumWidth(textWidth);
+    label->setForegroundRole(QPalette::PlaceholderText);
+    return label;
+}
+
+// "Images (*.png *.jpg …)" for every format this machine decodes.
+QString imageNameFilter()
+{
+    QStringList patterns;
+    for (const QByteArray& format : QImageReader::supportedImageFormats())
+        patterns.append(u"*."_s + QString::fromLatin1(format));
+    return CanvasPopover::tr("Images (%1)").arg(patterns.join(u' '));
+}
+
+} // namespace
+
+CanvasPopover::CanvasPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
+    : Popover(tr("Canvas"), hub, parent, Dismissal::staysOpenForDrops), m_model(model),
+      m_backgroundNote(
+          secondaryLabel(tr("The background shows behind Sanitized Windows only."), this)),
+      m_imageName(new QLabel(this)), m_chooseButton(new QPushButton(tr("Choose Image"), this)),
+      m_dropZone(new ImageDropZone(this)), m_importMessage(new QLabel(this))
+{
+    setAcceptDrops(false);
+    QVBoxLayout* content = contentLayout();
+    content->addWidget(secondaryLabel(tr("Choose whether Vistrel Output shows the full desktop or "
+                                         "places isolated windows on a background canvas."),
+                                      this));
+
+    const CanvasOptions options =
+        canvasOptions(model.outputContentMode(), model.canvasBackground());
+    auto* output = new SelectionCard(tr("Output"), this);
+    for (int i = 0; i < options.output.size(); ++i) {
+        const CanvasOption& option = options.output.at(i);
+        auto* row = new OptionRow(option.title, option.subtitle, option.isSelected, output);
+        const OutputContentMode mode = allOutputContentModes.at(i);
+        connect(row, &OptionRow::clicked, this,
+                [this, mode] { m_model.setOutputContentMode(mode); });
+        output->contentLayout()->addWidget(row);
+        m_outputRows.append(row);
+    }
+    content->addWidget(output);
+
+    auto* background = new SelectionCard(tr("Background"), this);
+    for (int i = 0; i < options.background.size(); ++i) {
+        const CanvasOption& option = options.background.at(i);
+        auto* row = new OptionRow(option.title, option.subtitle, option.isSelected, background);
+        const CanvasBackgroundMode mode = allCanvasBackgroundModes.at(i);
+        connect(row, &OptionRow::clicked, this,
+                [this, mode] { m_model.setCanvasBackgroundMode(mode); });
+        background->contentLayout()->addWidget(row);
+        m_backgroundRows.append(row);
+    }
+    content->addWidget(background);
+    content->addWidget(m_backgroundNote);
+
+    auto* imageRow = new QHBoxLayout;
+    auto* imageText = new QVBoxLayout;
+    imageText->setSpacing(0);
+    imageText->addWidget(secondaryLabel(tr("Custom image"), this));
+    imageText->addWidget(m_imageName);
+    m_imageName->setMaximumWidth(textWidth - 130);
+    imageRow->addLayout(imageText, 1);
+    imageRow->addWidget(m_chooseButton);
+    content->addLayout(imageRow);
+    content->addWidget(m_dropZone);
+    m_importMessage->setWordWrap(true);
+    m_importMessage->setMaximumWidth(textWidth);
+    QPalette warning = m_importMessage->palette();
+    warning.setColor(QPalette::WindowText, deckColor::red);
+    m_importMessage->setPalette(warning);
+    m_importMessage->hide();
+    content->addWidget(m_importMessage);
+
+    connect(m_chooseButton, &QPushButton::clicked, this, &CanvasPopover::chooseImage);
+    connect(m_dropZone, &ImageDropZone::fileDropped, this, &CanvasPopover::importFile);
+    connect(&model, &MainViewModel::outputContentModeChanged, this, &CanvasPopover::sync);
+    connect(&model, &MainViewModel::canvasBackgroundChanged, this, &CanvasPopover::sync);
+    sync();
+}
+
+QString CanvasPopover::importMessage() const
+{
+    return m_importMessage->isHidden() ? QString() : m_importMessage->text();
+}
+
+void CanvasPopover::importFile(const QUrl& file)
+{
+    if (const std::optional<QString> failure = m_model.importCanvasBackground(file)) {
+        m_importMessage->setText(
+            tr("“%1” was not used: %2").arg(QFileInfo(file.toLocalFile()).fileName(), *failure));
+        m_importMessage->show();
+    } else {
+        m_importMessage->hide();
+    }
+    adjustSize();
+}
+
+void CanvasPopover::chooseImage()
+{
+    auto* dialog = new QFileDialog(this, tr("Choose Image"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setWindowModality(Qt::ApplicationModal);
+    dialog->setAcceptMode(QFileDialog::AcceptOpen);
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    // Read-only: no new folders from here.
+    dialog->setOption(QFileDialog::ReadOnly);
+    dialog->setNameFilter(imageNameFilter());
+    dialog->setLabelText(QFileDialog::Accept, tr("Choose Image"));
+    dialog->setDirectory(QStandardPaths::writableLocation(QStandardPaths::PicturesLocation));
+    // fileSelected comes from the built-in dialog and the desktop's alike.
+    connect(dialog, &QFileDialog::fileSelected, this,
+            [this](const QString& file) { importFile(QUrl::fromLocalFile(file)); });
+    dialog->open();
+}
+
+void CanvasPopover::sync()
+{
+    const CanvasOptions options =
+        canvasOptions(m_model.outputContentMode(), m_model.canvasBackground());
+    for (int i = 0; i < m_outputRows.size(); ++i)
+        m_outputRows.at(i)->setSelected(options.output.at(i).isSelected);
+    for (int i = 0; i < m_backgroundRows.size(); ++i)
+        m_backgroundRows.at(i)->setSelected(options.background.at(i).isSelected);
+    m_backgroundNote->setVisible(!options.backgroundApplies);
+    m_imageName->setText(options.imageName);
+    adjustSize();
+}
+
+} // namespace vistrel
