@@ -51,6 +51,14 @@ constexpr SymbolRow symbolTable[] = {
     {"chevron.down"_L1, "go-down-symbolic"_L1, "arrow-down"_L1},
     {"magnifyingglass"_L1, "edit-find-symbolic"_L1, "edit-find"_L1},
     {"square.stack.3d.up.slash"_L1, {}, {}},
+    // Presets.
+    {"rectangle.on.rectangle.angled"_L1, {}, {}},
+    {"person.2.crop.square.stack"_L1, {}, {}},
+    {"bookmark"_L1, "user-bookmarks-symbolic"_L1, "bookmarks"_L1},
+    {"curlybraces"_L1, {}, {}},
+    {"plus"_L1, "list-add-symbolic"_L1, "list-add"_L1},
+    {"plus.circle"_L1, {}, {}},
+    {"pencil"_L1, "document-edit-symbolic"_L1, "document-edit"_L1},
 };
 
 const SymbolRow* findRow(QStringView symbol)
