@@ -4,6 +4,7 @@
 #include "control/CompactTile.h"
 #include "control/DeckNoticeView.h"
 #include "control/Popover.h"
+#include "control/PresetPopover.h"
 #include "coordination/AppListViewModel.h"
 #include "coordination/MainViewModel.h"
 #include "coordination/PresetModel.h"
@@ -253,7 +254,7 @@ Popover* ControlDeck::makePopover(DeckPopover kind)
     case DeckPopover::camera:
         return new Popover(tr("Camera Overlay"), m_hub, this);
     case DeckPopover::presets:
-        return new Popover(tr("Presets"), m_hub, this);
+        return new PresetPopover(m_model, m_hub, this);
     case DeckPopover::info:
         return makeInformationPopover(m_model, m_hub, this);
     }
