@@ -5,6 +5,7 @@
 #include "control/CompactTile.h"
 #include "control/DeckNoticeView.h"
 #include "control/Popover.h"
+#include "control/PresetPopover.h"
 #include "coordination/AppListViewModel.h"
 #include "coordination/MainViewModel.h"
 #include "coordination/PresetModel.h"
@@ -262,7 +263,7 @@ Popover* ControlDeck::makePopover(DeckPopover kind)
     case DeckPopover::camera:
         return new CameraPopover(m_model, m_actions.camera, m_hub, this);
     case DeckPopover::presets:
-        return new Popover(tr("Presets"), m_hub, this);
+        return new PresetPopover(m_model, m_hub, this);
     case DeckPopover::info:
         return makeInformationPopover(m_model, m_hub, this);
     }

@@ -64,6 +64,14 @@ constexpr SymbolRow symbolTable[] = {
     {"arrow.down.left"_L1, {}, {}},
     {"arrow.down"_L1, {}, {}},
     {"arrow.down.right"_L1, {}, {}},
+    // Presets.
+    {"rectangle.on.rectangle.angled"_L1, {}, {}},
+    {"person.2.crop.square.stack"_L1, {}, {}},
+    {"bookmark"_L1, "user-bookmarks-symbolic"_L1, "bookmarks"_L1},
+    {"curlybraces"_L1, {}, {}},
+    {"plus"_L1, "list-add-symbolic"_L1, "list-add"_L1},
+    {"plus.circle"_L1, {}, {}},
+    {"pencil"_L1, "document-edit-symbolic"_L1, "document-edit"_L1},
 };
 
 const SymbolRow* findRow(QStringView symbol)

@@ -8,6 +8,7 @@
 #include "control/ControlDeck.h"
 #include "control/OptionRow.h"
 #include "control/Popover.h"
+#include "control/PresetPopover.h"
 #include "coordination/MainViewModel.h"
 #include "presentation/PopoverHub.h"
 #include "presentation/WindowRegistry.h"
@@ -82,6 +83,11 @@ private Q_SLOTS:
         QTest::mouseClick(displayRows.last(), Qt::LeftButton);
         QCOMPARE(model.selectedDisplayID(), std::optional<quint32>());
         QCOMPARE(deck.tile(DeckTile::display)->state().subtitle, u"Select"_s);
+
+        // The Presets tile opens the presets popover.
+        QTest::mouseClick(deck.tile(DeckTile::presets), Qt::LeftButton);
+        QCOMPARE(deck.activePopover(), std::optional(DeckPopover::presets));
+        QVERIFY(deck.findChild<PresetPopover*>());
 
         // Another mode from its popover.
         deck.openPopover(DeckPopover::mode);
