@@ -28,6 +28,8 @@ Popover::Popover(const QString& title, PopoverHub& hub, QWidget* parent, Dismiss
     : QFrame(parent, flagsFor(dismissal)), m_content(new QVBoxLayout), m_dismissal(dismissal)
 {
     setAttribute(Qt::WA_DeleteOnClose);
+    // What a window manager or a test names a popover that is a window of its own.
+    setWindowTitle(title);
     setFrameShape(QFrame::StyledPanel);
     setAutoFillBackground(true);
     auto* heading = new QLabel(title, this);

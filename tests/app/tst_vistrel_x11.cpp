@@ -171,6 +171,9 @@ class TestVistrelX11 : public QObject {
     static QPoint modeTile(const QRect& control) { return control.topLeft() + QPoint(360, 68); }
     static QPoint sourcesTile(const QRect& control) { return control.topLeft() + QPoint(60, 68); }
     static QPoint quitTile(const QRect& control) { return control.topLeft() + QPoint(460, 133); }
+    static QPoint canvasTile(const QRect& control) { return control.topLeft() + QPoint(460, 68); }
+    static QPoint presetsTile(const QRect& control) { return control.topLeft() + QPoint(60, 133); }
+    static QPoint menuButton(const QRect& control) { return control.topLeft() + QPoint(496, 20); }
 
     // Clicks a tile and waits for its popover; the popover's frame (empty
     // when none opened).
@@ -436,6 +439,97 @@ private Q_SLOTS:
         popover = openPopover(*app, modeTile(controlFrame));
         QVERIFY(click(popover.topLeft() + QPoint(100, 115))); // "Block List"
         QVERIFY(waitUntil([&] { return countNear(m_session.grabWindow(output), chat) > 50000; }));
+
+        const QString failure = quit(*app, false);
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+    }
+
+    // Canvas, presets and the menu reach the output. An image dragged from
+    // another application onto the Canvas popover becomes the canvas behind
+    // Slides; a custom preset stores that; a built-in preset from the menu
+    // clears it and the custom preset's Apply brings it back.
+    void popoversChangeTheOutput()
+    {
+        auto app = startVistrel(stateDocument(u"allowList"_s, u"Slides"_s));
+        QVERIFY(app);
+        const QRgb slides = clientApps[0].colour;
+        const xcb_window_t output = waitForOutput(*app, slides);
+        QVERIFY2(output, qPrintable(failureReport(*app)));
+        const auto shows = [&](QRgb colour, int atLeast) {
+            return countNear(m_session.grabWindow(output), colour) >= atLeast;
+        };
+        const QRgb magenta = qRgb(255, 0, 255);
+        const QString imagePath = m_dataHome->filePath(u"magenta.png"_s);
+        QImage image(64, 36, QImage::Format_RGB32);
+        image.fill(magenta);
+        QVERIFY(image.save(imagePath));
+
+        // The drag source stands in for a file manager, at the top left.
+        QProcess source;
+        QProcessEnvironment sourceEnvironment = m_session.environment();
+        sourceEnvironment.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
+        source.setProcessEnvironment(sourceEnvironment);
+        source.start(QStringLiteral(VISTREL_DRAG_SOURCE), {imagePath});
+        QVERIFY(waitUntil([&] { return source.readAllStandardOutput().contains("ready"); }));
+        xcb_window_t sourceWindow = 0;
+        QVERIFY(waitUntil(
+            [&] { return (sourceWindow = findWindow(source.processId(), u"Drag source"_s)); }));
+        m_session.xdotool({u"windowmove"_s, QString::number(sourceWindow), u"100"_s, u"100"_s});
+        QVERIFY(waitUntil([&] { return m_session.rootGeometry(sourceWindow)->x() < 200; }));
+        const QPoint from = m_session.rootGeometry(sourceWindow)->center();
+
+        // The Canvas popover stays open while the other application is used.
+        QVERIFY(click(canvasTile(controlFrame)));
+        xcb_window_t canvas = 0;
+        QVERIFY(waitUntil([&] { return (canvas = findWindow(app->processId(), u"Canvas"_s)); }));
+        const QRect canvasFrame = *m_session.rootGeometry(canvas);
+        const QPoint zone(canvasFrame.center().x(), canvasFrame.bottom() - 60);
+        QVERIFY(m_session.xdotool({u"mousemove"_s, QString::number(from.x()),
+                                   QString::number(from.y()), u"mousedown"_s, u"1"_s}));
+        for (int step = 1; step <= 12; ++step) {
+            const QPoint at = from + (zone - from) * step / 12;
+            QTest::qWait(60);
+            m_session.xdotool({u"mousemove"_s, QString::number(at.x()), QString::number(at.y())});
+        }
+        QTest::qWait(300);
+        QVERIFY(m_session.xdotool({u"mouseup"_s, u"1"_s}));
+        QVERIFY(waitUntil([&] { return source.readAllStandardOutput().contains("dropped"); }));
+        QVERIFY(waitUntil([&] { return shows(magenta, 50000) && shows(slides, 100000); }));
+        QVERIFY(m_session.isMapped(canvas));
+        source.kill();
+        source.waitForFinished();
+        m_session.xdotool({u"windowactivate"_s, u"--sync"_s, QString::number(canvas)});
+        QVERIFY(m_session.xdotool({u"key"_s, u"Escape"_s}));
+        QVERIFY(waitUntil([&] { return !findWindow(app->processId(), u"Canvas"_s); }));
+
+        // A new custom preset, "Save Current" on its card.
+        QRect presets = openPopover(*app, presetsTile(controlFrame));
+        QVERIFY(!presets.isEmpty());
+        QVERIFY(click(presets.topLeft() + QPoint(61, 346))); // "New Preset"
+        QVERIFY(m_session.xdotool({u"type"_s, u"Demo"_s}));
+        QVERIFY(m_session.xdotool({u"key"_s, u"Return"_s}));
+        QVERIFY(waitUntil([&] {
+            const QList<QRect> open = m_session.popups(app->processId());
+            return !open.isEmpty() && open.last().height() > presets.height();
+        }));
+        presets = m_session.popups(app->processId()).last();
+        QVERIFY(click(presets.topLeft() + QPoint(152, 416))); // the Demo card's "Save Current"
+        QTest::qWait(200);
+        QVERIFY(m_session.xdotool({u"key"_s, u"Escape"_s}));
+        QVERIFY(waitUntil([&] { return m_session.popups(app->processId()).isEmpty(); }));
+
+        // "Load Presentation Preset" from the menu: nothing selected, black.
+        QVERIFY(click(menuButton(controlFrame)));
+        QVERIFY(waitUntil([&] { return !m_session.popups(app->processId()).isEmpty(); }));
+        QVERIFY(m_session.xdotool({u"key"_s, u"Down"_s, u"Down"_s, u"Return"_s}));
+        QVERIFY(waitUntil([&] { return !shows(slides, 1) && !shows(magenta, 1); }));
+
+        // Demo's "Apply" brings Slides and the image back.
+        presets = openPopover(*app, presetsTile(controlFrame));
+        QVERIFY(click(presets.topLeft() + QPoint(63, 432)));
+        QVERIFY(waitUntil([&] { return shows(magenta, 50000) && shows(slides, 100000); }));
+        QVERIFY(m_session.xdotool({u"key"_s, u"Escape"_s}));
+        QVERIFY(waitUntil([&] { return m_session.popups(app->processId()).isEmpty(); }));
 
         const QString failure = quit(*app, false);
         QVERIFY2(failure.isEmpty(), qPrintable(failure));
