@@ -1,5 +1,7 @@
 #include "control/CameraControls.h"
 
+#include "control/DeckText.h"
+
 #include <QCoreApplication>
 #include <QtMath>
 #include <algorithm>
@@ -10,17 +12,12 @@ namespace vistrel {
 
 namespace {
 
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("ControlDeck", text);
-}
-
 } // namespace
 
 QList<CameraChoice> cameraChoices(const QList<CameraDevice>& devices,
                                   const std::optional<QString>& chosenID)
 {
-    QList<CameraChoice> choices{{tr("None"), std::nullopt}};
+    QList<CameraChoice> choices{{deckTr("None"), std::nullopt}};
     bool chosenListed = !chosenID || chosenID->isEmpty();
     for (const CameraDevice& device : devices) {
         const QString name =
@@ -29,7 +26,7 @@ QList<CameraChoice> cameraChoices(const QList<CameraDevice>& devices,
         chosenListed = chosenListed || device.uniqueID == chosenID;
     }
     if (!chosenListed)
-        choices.append({tr("%1 (not connected)").arg(*chosenID), chosenID});
+        choices.append({deckTr("%1 (not connected)").arg(*chosenID), chosenID});
     return choices;
 }
 
@@ -43,7 +40,7 @@ std::optional<QString> initialCameraID(const QList<CameraDevice>& devices,
 
 QString cameraSizeTitle(double sizeScale)
 {
-    return tr("Size (%1%)").arg(qRound(sizeScale * 100));
+    return deckTr("Size (%1%)").arg(qRound(sizeScale * 100));
 }
 
 int sizeSliderValue(double sizeScale)

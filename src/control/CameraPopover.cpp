@@ -2,6 +2,7 @@
 
 #include "control/CameraControls.h"
 #include "control/DeckState.h"
+#include "control/DeckText.h"
 #include "coordination/CameraSessionManager.h"
 #include "coordination/MainViewModel.h"
 #include "presentation/SymbolIcon.h"
@@ -29,17 +30,6 @@ constexpr int textWidth = 340;
 constexpr int marginLabelWidth = 44;
 constexpr int marginValueWidth = 36;
 
-QLabel* sectionTitle(const QString& text, QWidget* parent)
-{
-    auto* label = new QLabel(text, parent);
-    QFont font = label->font();
-    font.setWeight(QFont::DemiBold);
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    label->setFont(font);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
-
 QIcon tinted(const QString& symbol, const QWidget* widget)
 {
     return QIcon(QPixmap::fromImage(symbolImage(
@@ -66,11 +56,11 @@ QString shapeTitle(CameraShape shape)
 {
     switch (shape) {
     case CameraShape::circle:
-        return CameraPopover::tr("Circle");
+        return deckTr("Circle");
     case CameraShape::square:
-        return CameraPopover::tr("Square");
+        return deckTr("Square");
     case CameraShape::roundedSquare:
-        return CameraPopover::tr("Rounded");
+        return deckTr("Rounded");
     }
     return {};
 }
@@ -78,25 +68,22 @@ QString shapeTitle(CameraShape shape)
 } // namespace
 
 CameraPopover::CameraPopover(MainViewModel& model, Camera camera, PopoverHub& hub, QWidget* parent)
-    : Popover(tr("Camera Overlay"), hub, parent), m_model(model), m_camera(std::move(camera))
+    : Popover(deckTr("Camera Overlay"), hub, parent), m_model(model), m_camera(std::move(camera))
 {
     QVBoxLayout* content = contentLayout();
-    auto* explanation = new QLabel(tr("Overlay your camera feed on the screen sharing output. "
-                                      "Choose position, shape, and margins."),
-                                   this);
-    explanation->setWordWrap(true);
-    explanation->setMaximumWidth(textWidth);
-    explanation->setForegroundRole(QPalette::PlaceholderText);
-    content->addWidget(explanation);
+    content->addWidget(
+        secondaryText(deckTr("Overlay your camera feed on the screen sharing output. "
+                             "Choose position, shape, and margins."),
+                      this, textWidth));
 
-    m_enable = new QCheckBox(tr("Enable Camera Overlay"), this);
+    m_enable = new QCheckBox(deckTr("Enable Camera Overlay"), this);
     m_enable->setIcon(tinted(u"camera.fill"_s, this));
     connect(m_enable, &QCheckBox::toggled, this,
             [this](bool on) { change([on](CameraOverlayConfiguration& c) { c.isEnabled = on; }); });
     content->addWidget(m_enable);
     content->addWidget(m_deniedPanel = buildDeniedPanel());
 
-    content->addWidget(sectionTitle(tr("Camera Source"), this));
+    content->addWidget(sectionTitle(deckTr("Camera Source"), this));
     m_source = new QComboBox(this);
     connect(m_source, &QComboBox::activated, this, [this](int index) {
         const QVariant id = m_source->itemData(index);
@@ -106,7 +93,7 @@ CameraPopover::CameraPopover(MainViewModel& model, Camera camera, PopoverHub& hu
     });
     content->addWidget(m_source);
 
-    m_mirror = new QCheckBox(tr("Mirror Video"), this);
+    m_mirror = new QCheckBox(deckTr("Mirror Video"), this);
     connect(m_mirror, &QCheckBox::toggled, this, [this](bool on) {
         change([on](CameraOverlayConfiguration& c) { c.isMirrored = on; });
     });
@@ -114,11 +101,11 @@ CameraPopover::CameraPopover(MainViewModel& model, Camera camera, PopoverHub& hu
 
     auto* placement = new QHBoxLayout;
     auto* positionColumn = new QVBoxLayout;
-    positionColumn->addWidget(sectionTitle(tr("Position"), this));
+    positionColumn->addWidget(sectionTitle(deckTr("Position"), this));
     positionColumn->addWidget(buildPositionGrid());
     positionColumn->addStretch();
     auto* shapeColumn = new QVBoxLayout;
-    shapeColumn->addWidget(sectionTitle(tr("Shape"), this));
+    shapeColumn->addWidget(sectionTitle(deckTr("Shape"), this));
     shapeColumn->addWidget(buildShapePicker());
     m_sizeTitle = new QLabel(this);
     shapeColumn->addWidget(m_sizeTitle);
@@ -136,9 +123,9 @@ CameraPopover::CameraPopover(MainViewModel& model, Camera camera, PopoverHub& hu
     placement->addLayout(shapeColumn, 1);
     content->addLayout(placement);
 
-    content->addWidget(sectionTitle(tr("Margins"), this));
+    content->addWidget(sectionTitle(deckTr("Margins"), this));
     content->addWidget(m_marginPanel = buildMargins());
-    m_noMargins = new QLabel(tr("Center position has no margins"), this);
+    m_noMargins = new QLabel(deckTr("Center position has no margins"), this);
     m_noMargins->setForegroundRole(QPalette::PlaceholderText);
     content->addWidget(m_noMargins);
 
@@ -162,14 +149,14 @@ QWidget* CameraPopover::buildDeniedPanel()
     panel->setObjectName(u"cameraDenied"_s);
     panel->setStyleSheet(u"#cameraDenied { border: 1px solid %1; border-radius: 8px; }"_s.arg(
         deckColor::orange.name()));
-    auto* title = new QLabel(tr("Camera access denied"), panel);
+    auto* title = new QLabel(deckTr("Camera access denied"), panel);
     QFont bold = title->font();
     bold.setWeight(QFont::DemiBold);
     title->setFont(bold);
-    auto* detail = new QLabel(tr("Grant Camera permission in System Settings."), panel);
+    auto* detail = new QLabel(deckTr("Grant Camera permission in System Settings."), panel);
     detail->setWordWrap(true);
     detail->setForegroundRole(QPalette::PlaceholderText);
-    auto* settings = new QPushButton(tr("Settings"), panel);
+    auto* settings = new QPushButton(deckTr("Settings"), panel);
     connect(settings, &QPushButton::clicked, this, [this] {
         if (m_camera.openAccessHelp)
             m_camera.openAccessHelp();
@@ -239,7 +226,7 @@ QWidget* CameraPopover::buildMargins()
     for (const MarginEdge& edge : marginEdges) {
         auto* symbol = new QLabel(panel);
         symbol->setPixmap(tinted(QString::fromLatin1(edge.symbol), this).pixmap(14, 14));
-        auto* name = new QLabel(tr(edge.title), panel);
+        auto* name = new QLabel(deckTr(edge.title), panel);
         name->setFixedWidth(marginLabelWidth);
         auto* slider = new QSlider(Qt::Horizontal, panel);
         slider->setRange(0, 120);

@@ -1,26 +1,23 @@
 #include "control/CanvasOptions.h"
 
+#include "control/DeckText.h"
+
 #include <QCoreApplication>
 
 namespace vistrel {
 
 namespace {
 
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("ControlDeck", text);
-}
-
 CanvasOption outputOption(OutputContentMode mode, bool selected)
 {
     switch (mode) {
     case OutputContentMode::sanitized:
-        return {tr("Sanitized Windows"),
-                tr("Only the selected apps and windows appear in Vistrel Output."), selected};
+        return {deckTr("Sanitized Windows"),
+                deckTr("Only the selected apps and windows appear in Vistrel Output."), selected};
     case OutputContentMode::fullDesktop:
-        return {tr("Full Desktop"),
-                tr("Share the full selected display while still excluding Vistrel windows from "
-                   "the output."),
+        return {deckTr("Full Desktop"),
+                deckTr("Share the full selected display while still excluding Vistrel windows from "
+                       "the output."),
                 selected};
     }
     return {};
@@ -30,14 +27,16 @@ CanvasOption backgroundOption(CanvasBackgroundMode mode, bool selected)
 {
     switch (mode) {
     case CanvasBackgroundMode::black:
-        return {tr("Black"), tr("Use a black canvas behind isolated windows."), selected};
+        return {deckTr("Black"), deckTr("Use a black canvas behind isolated windows."), selected};
     case CanvasBackgroundMode::white:
-        return {tr("White"), tr("Use a white canvas behind isolated windows."), selected};
+        return {deckTr("White"), deckTr("Use a white canvas behind isolated windows."), selected};
     case CanvasBackgroundMode::gray:
-        return {tr("Gray"), tr("Use a neutral gray canvas behind isolated windows."), selected};
+        return {deckTr("Gray"), deckTr("Use a neutral gray canvas behind isolated windows."),
+                selected};
     case CanvasBackgroundMode::customImage:
-        return {tr("Custom Image"),
-                tr("Place isolated windows over an image that you choose or drag in."), selected};
+        return {deckTr("Custom Image"),
+                deckTr("Place isolated windows over an image that you choose or drag in."),
+                selected};
     }
     return {};
 }
@@ -53,7 +52,7 @@ CanvasOptions canvasOptions(OutputContentMode content, const CanvasBackgroundSel
         options.background.append(backgroundOption(mode, mode == canvas.mode));
     const QString name = canvas.imageDisplayName.value_or(QString()).trimmed();
     options.imageName =
-        canvas.imageRelativePath && !name.isEmpty() ? name : tr("No image selected yet");
+        canvas.imageRelativePath && !name.isEmpty() ? name : deckTr("No image selected yet");
     options.backgroundApplies = content == OutputContentMode::sanitized;
     return options;
 }

@@ -2,6 +2,7 @@
 
 #include "control/CanvasOptions.h"
 #include "control/DeckState.h"
+#include "control/DeckText.h"
 #include "control/ImageDropZone.h"
 #include "control/OptionRow.h"
 #include "control/SelectionCard.h"
@@ -24,70 +25,43 @@ namespace {
 
 constexpr int textWidth = 340;
 
-QLabel* secondaryLabel(const QString& text, QWidget* parent)
-{
-    auto* label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    label->setMaximumWidth(textWidth);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
-
 // "Images (*.png *.jpg …)" for every format this machine decodes.
 QString imageNameFilter()
 {
     QStringList patterns;
     for (const QByteArray& format : QImageReader::supportedImageFormats())
         patterns.append(u"*."_s + QString::fromLatin1(format));
-    return CanvasPopover::tr("Images (%1)").arg(patterns.join(u' '));
+    return deckTr("Images (%1)").arg(patterns.join(u' '));
 }
 
 } // namespace
 
 CanvasPopover::CanvasPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
-    : Popover(tr("Canvas"), hub, parent, Dismissal::staysOpenForDrops), m_model(model),
-      m_backgroundNote(
-          secondaryLabel(tr("The background shows behind Sanitized Windows only."), this)),
-      m_imageName(new QLabel(this)), m_chooseButton(new QPushButton(tr("Choose Image"), this)),
+    : Popover(deckTr("Canvas"), hub, parent, Dismissal::staysOpenForDrops), m_model(model),
+      m_backgroundNote(secondaryText(deckTr("The background shows behind Sanitized Windows only."),
+                                     this, textWidth)),
+      m_imageName(new QLabel(this)), m_chooseButton(new QPushButton(deckTr("Choose Image"), this)),
       m_dropZone(new ImageDropZone(this)), m_importMessage(new QLabel(this))
 {
     setAcceptDrops(false);
     QVBoxLayout* content = contentLayout();
-    content->addWidget(secondaryLabel(tr("Choose whether Vistrel Output shows the full desktop or "
-                                         "places isolated windows on a background canvas."),
-                                      this));
+    content->addWidget(
+        secondaryText(deckTr("Choose whether Vistrel Output shows the full desktop or "
+                             "places isolated windows on a background canvas."),
+                      this, textWidth));
 
     const CanvasOptions options =
         canvasOptions(model.outputContentMode(), model.canvasBackground());
-    auto* output = new SelectionCard(tr("Output"), this);
-    for (int i = 0; i < options.output.size(); ++i) {
-        const CanvasOption& option = options.output.at(i);
-        auto* row = new OptionRow(option.title, option.subtitle, option.isSelected, output);
-        const OutputContentMode mode = allOutputContentModes.at(i);
-        connect(row, &OptionRow::clicked, this,
-                [this, mode] { m_model.setOutputContentMode(mode); });
-        output->contentLayout()->addWidget(row);
-        m_outputRows.append(row);
-    }
-    content->addWidget(output);
-
-    auto* background = new SelectionCard(tr("Background"), this);
-    for (int i = 0; i < options.background.size(); ++i) {
-        const CanvasOption& option = options.background.at(i);
-        auto* row = new OptionRow(option.title, option.subtitle, option.isSelected, background);
-        const CanvasBackgroundMode mode = allCanvasBackgroundModes.at(i);
-        connect(row, &OptionRow::clicked, this,
-                [this, mode] { m_model.setCanvasBackgroundMode(mode); });
-        background->contentLayout()->addWidget(row);
-        m_backgroundRows.append(row);
-    }
-    content->addWidget(background);
+    content->addWidget(addRows(deckTr("Output"), options.output, allOutputContentModes,
+                               m_outputRows, &MainViewModel::setOutputContentMode));
+    content->addWidget(addRows(deckTr("Background"), options.background, allCanvasBackgroundModes,
+                               m_backgroundRows, &MainViewModel::setCanvasBackgroundMode));
     content->addWidget(m_backgroundNote);
 
     auto* imageRow = new QHBoxLayout;
     auto* imageText = new QVBoxLayout;
     imageText->setSpacing(0);
-    imageText->addWidget(secondaryLabel(tr("Custom image"), this));
+    imageText->addWidget(secondaryText(deckTr("Custom image"), this, textWidth));
     imageText->addWidget(m_imageName);
     m_imageName->setMaximumWidth(textWidth - 130);
     imageRow->addLayout(imageText, 1);
@@ -109,6 +83,23 @@ CanvasPopover::CanvasPopover(MainViewModel& model, PopoverHub& hub, QWidget* par
     sync();
 }
 
+template<typename Mode, size_t count>
+SelectionCard* CanvasPopover::addRows(const QString& title, const QList<CanvasOption>& options,
+                                      const std::array<Mode, count>& modes, QList<OptionRow*>& rows,
+                                      void (MainViewModel::*choose)(Mode))
+{
+    auto* card = new SelectionCard(title, this);
+    for (int i = 0; i < options.size(); ++i) {
+        const CanvasOption& option = options.at(i);
+        auto* row = new OptionRow(option.title, option.subtitle, option.isSelected, card);
+        const Mode mode = modes.at(i);
+        connect(row, &OptionRow::clicked, this, [this, choose, mode] { (m_model.*choose)(mode); });
+        card->contentLayout()->addWidget(row);
+        rows.append(row);
+    }
+    return card;
+}
+
 QString CanvasPopover::importMessage() const
 {
     return m_importMessage->isHidden() ? QString() : m_importMessage->text();
@@ -117,8 +108,8 @@ QString CanvasPopover::importMessage() const
 void CanvasPopover::importFile(const QUrl& file)
 {
     if (const std::optional<QString> failure = m_model.importCanvasBackground(file)) {
-        m_importMessage->setText(
-            tr("“%1” was not used: %2").arg(QFileInfo(file.toLocalFile()).fileName(), *failure));
+        m_importMessage->setText(deckTr("“%1” was not used: %2")
+                                     .arg(QFileInfo(file.toLocalFile()).fileName(), *failure));
         m_importMessage->show();
     } else {
         m_importMessage->hide();
@@ -128,7 +119,7 @@ void CanvasPopover::importFile(const QUrl& file)
 
 void CanvasPopover::chooseImage()
 {
-    auto* dialog = new QFileDialog(this, tr("Choose Image"));
+    auto* dialog = new QFileDialog(this, deckTr("Choose Image"));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setWindowModality(Qt::ApplicationModal);
     dialog->setAcceptMode(QFileDialog::AcceptOpen);
@@ -136,7 +127,7 @@ void CanvasPopover::chooseImage()
     // Read-only: no new folders from here.
     dialog->setOption(QFileDialog::ReadOnly);
     dialog->setNameFilter(imageNameFilter());
-    dialog->setLabelText(QFileDialog::Accept, tr("Choose Image"));
+    dialog->setLabelText(QFileDialog::Accept, deckTr("Choose Image"));
     dialog->setDirectory(QStandardPaths::writableLocation(QStandardPaths::PicturesLocation));
     // fileSelected comes from the built-in dialog and the desktop's alike.
     connect(dialog, &QFileDialog::fileSelected, this,

@@ -10,15 +10,18 @@
 
 #include <QList>
 #include <QUrl>
+#include <array>
 
 class QLabel;
 class QPushButton;
 
 namespace vistrel {
 
+struct CanvasOption;
 class ImageDropZone;
 class MainViewModel;
 class OptionRow;
+class SelectionCard;
 
 class CanvasPopover : public Popover {
     Q_OBJECT
@@ -35,6 +38,11 @@ public:
     void importFile(const QUrl& file);
 
 private:
+    // A group of option rows, one per mode, that choose it.
+    template<typename Mode, size_t count>
+    SelectionCard* addRows(const QString& title, const QList<CanvasOption>& options,
+                           const std::array<Mode, count>& modes, QList<OptionRow*>& rows,
+                           void (MainViewModel::*choose)(Mode));
     void chooseImage();
     void sync();
 

@@ -1,5 +1,6 @@
 #include "control/ChoicePopovers.h"
 
+#include "control/DeckText.h"
 #include "control/OptionRow.h"
 #include "control/Popover.h"
 #include "control/SessionInfo.h"
@@ -14,11 +15,6 @@
 namespace vistrel {
 
 namespace {
-
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("ControlDeck", text);
-}
 
 // A row that runs `choose` unless it is already selected; either way the
 // popover closes.
@@ -38,13 +34,14 @@ void addRow(Popover* popover, const QString& title, const QString& subtitle, boo
 
 Popover* makeModePopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
 {
-    auto* popover = new Popover(tr("Visibility Mode"), hub, parent);
+    auto* popover = new Popover(deckTr("Visibility Mode"), hub, parent);
     const VisibilityMode mode = model.policy().mode;
-    addRow(popover, tr("Allow List"), tr("Only checked apps and windows appear in Vistrel Output."),
+    addRow(popover, deckTr("Allow List"),
+           deckTr("Only checked apps and windows appear in Vistrel Output."),
            mode == VisibilityMode::allowList,
            [&model] { model.setVisibilityMode(VisibilityMode::allowList); });
-    addRow(popover, tr("Block List"),
-           tr("Everything on the selected display appears except checked apps and windows."),
+    addRow(popover, deckTr("Block List"),
+           deckTr("Everything on the selected display appears except checked apps and windows."),
            mode == VisibilityMode::blockList,
            [&model] { model.setVisibilityMode(VisibilityMode::blockList); });
     return popover;
@@ -52,14 +49,14 @@ Popover* makeModePopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
 
 Popover* makeFramePopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
 {
-    auto* popover = new Popover(tr("Frame Style"), hub, parent);
+    auto* popover = new Popover(deckTr("Frame Style"), hub, parent);
     const OutputFrameMode frame = model.outputFrameMode();
-    addRow(popover, tr("Screen"), tr("Use the full selected display as the output canvas."),
+    addRow(popover, deckTr("Screen"), deckTr("Use the full selected display as the output canvas."),
            frame == OutputFrameMode::screen,
            [&model] { model.setOutputFrameMode(OutputFrameMode::screen); });
-    addRow(popover, tr("Dynamic"),
-           tr("Automatically crop the output to the outer bounds of the shared windows on the "
-              "selected display."),
+    addRow(popover, deckTr("Dynamic"),
+           deckTr("Automatically crop the output to the outer bounds of the shared windows on the "
+                  "selected display."),
            frame == OutputFrameMode::dynamic,
            [&model] { model.setOutputFrameMode(OutputFrameMode::dynamic); });
     return popover;
@@ -67,21 +64,21 @@ Popover* makeFramePopover(MainViewModel& model, PopoverHub& hub, QWidget* parent
 
 Popover* makeDisplayPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
 {
-    auto* popover = new Popover(tr("Display"), hub, parent);
+    auto* popover = new Popover(deckTr("Display"), hub, parent);
     const std::optional<quint32> selected = model.selectedDisplayID();
     for (const ShareableDisplay& display : model.displays()) {
         const quint32 id = display.id;
         addRow(popover, display.name, display.resolutionText(), selected == id,
                [&model, id] { model.selectDisplay(id); });
     }
-    addRow(popover, tr("No Display"), tr("Pause the output until a display is selected."),
+    addRow(popover, deckTr("No Display"), deckTr("Pause the output until a display is selected."),
            !selected, [&model] { model.selectDisplay(std::nullopt); });
     return popover;
 }
 
 Popover* makeInformationPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
 {
-    auto* popover = new Popover(tr("Current Session"), hub, parent);
+    auto* popover = new Popover(deckTr("Current Session"), hub, parent);
     SessionInputs inputs;
     inputs.contentMode = model.outputContentMode();
     inputs.visibilityMode = model.policy().mode;
@@ -103,11 +100,7 @@ Popover* makeInformationPopover(MainViewModel& model, PopoverHub& hub, QWidget* 
     }
     popover->contentLayout()->addLayout(rows);
     for (const QString& explanation : info.explanations) {
-        auto* text = new QLabel(explanation, popover);
-        text->setWordWrap(true);
-        text->setForegroundRole(QPalette::PlaceholderText);
-        text->setMaximumWidth(340);
-        popover->contentLayout()->addWidget(text);
+        popover->contentLayout()->addWidget(secondaryText(explanation, popover, 340));
     }
     return popover;
 }

@@ -1,5 +1,7 @@
 #include "control/DeckState.h"
 
+#include "control/DeckText.h"
+
 #include <QCoreApplication>
 
 using namespace Qt::StringLiterals;
@@ -7,11 +9,6 @@ using namespace Qt::StringLiterals;
 namespace vistrel {
 
 namespace {
-
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("ControlDeck", text);
-}
 
 } // namespace
 
@@ -29,54 +26,55 @@ TileState tileState(DeckTile tile, const DeckInputs& in)
     switch (tile) {
     case DeckTile::sources:
         return {u"rectangle.stack"_s,
-                tr("Sources"),
-                in.activeRuleCount > 0 ? tr("%1 rules").arg(in.activeRuleCount) : tr("Choose"),
+                deckTr("Sources"),
+                in.activeRuleCount > 0 ? deckTr("%1 rules").arg(in.activeRuleCount)
+                                       : deckTr("Choose"),
                 deckColor::teal,
                 TileProminence::subtle,
                 sanitized};
     case DeckTile::display:
         return {u"display.2"_s,
-                tr("Display"),
-                in.selectedDisplayName ? shortenedName(*in.selectedDisplayName) : tr("Select"),
+                deckTr("Display"),
+                in.selectedDisplayName ? shortenedName(*in.selectedDisplayName) : deckTr("Select"),
                 deckColor::blue,
                 TileProminence::subtle,
                 true,
                 u"chevron.down"_s};
     case DeckTile::frame:
-        return {u"aspectratio"_s,       tr("Frame"), title(in.frameMode), deckColor::secondary,
-                TileProminence::subtle, sanitized};
+        return {u"aspectratio"_s,     deckTr("Frame"),        title(in.frameMode),
+                deckColor::secondary, TileProminence::subtle, sanitized};
     case DeckTile::mode:
         return {u"line.3.horizontal.decrease.circle"_s,
-                tr("Mode"),
+                deckTr("Mode"),
                 title(in.visibilityMode),
                 deckColor::orange,
                 TileProminence::subtle,
                 sanitized};
     case DeckTile::canvas: {
         if (!sanitized)
-            return {u"display"_s, tr("Canvas"), tr("Full Desktop"), deckColor::purple};
+            return {u"display"_s, deckTr("Canvas"), deckTr("Full Desktop"), deckColor::purple};
         const bool image = in.canvasMode == CanvasBackgroundMode::customImage;
-        return {image ? u"photo"_s : u"photo.on.rectangle.angled"_s, tr("Canvas"),
+        return {image ? u"photo"_s : u"photo.on.rectangle.angled"_s, deckTr("Canvas"),
                 shortenedName(title(in.canvasMode)), deckColor::purple};
     }
     case DeckTile::presets:
-        return {u"square.stack.3d.up.fill"_s, tr("Presets"),
-                in.activePresetTitle.value_or(tr("Custom")), deckColor::indigo};
+        return {u"square.stack.3d.up.fill"_s, deckTr("Presets"),
+                in.activePresetTitle.value_or(deckTr("Custom")), deckColor::indigo};
     case DeckTile::camera:
-        return {u"camera.fill"_s, tr("Camera"), in.camera.summaryText(), deckColor::mint,
+        return {u"camera.fill"_s, deckTr("Camera"), in.camera.summaryText(), deckColor::mint,
                 in.camera.isEnabled ? TileProminence::filled : TileProminence::subtle};
     case DeckTile::panic:
         if (in.isPanicHidden)
-            return {u"play.fill"_s, tr("Resume"), tr("Output off"), deckColor::green,
+            return {u"play.fill"_s, deckTr("Resume"), deckTr("Output off"), deckColor::green,
                     TileProminence::filled};
-        return {u"hand.raised.fill"_s, tr("Panic"), tr("Blank now"), deckColor::red,
+        return {u"hand.raised.fill"_s, deckTr("Panic"), deckTr("Blank now"), deckColor::red,
                 TileProminence::filled};
     case DeckTile::preview:
-        return {u"eye"_s, tr("Preview"), in.isPreviewVisible ? tr("Visible") : tr("Hidden"),
-                deckColor::blue,
+        return {u"eye"_s, deckTr("Preview"),
+                in.isPreviewVisible ? deckTr("Visible") : deckTr("Hidden"), deckColor::blue,
                 in.isPreviewVisible ? TileProminence::filled : TileProminence::subtle};
     case DeckTile::quit:
-        return {u"power"_s, tr("Quit"), tr("Exit app"), deckColor::red};
+        return {u"power"_s, deckTr("Quit"), deckTr("Exit app"), deckColor::red};
     }
     return {};
 }
@@ -85,13 +83,13 @@ StatusLine statusLine(const StreamStatus& status)
 {
     switch (status.kind()) {
     case StreamStatus::Kind::idle:
-        return {tr("Idle"), deckColor::secondary};
+        return {deckTr("Idle"), deckColor::secondary};
     case StreamStatus::Kind::starting:
-        return {tr("Starting"), deckColor::blue};
+        return {deckTr("Starting"), deckColor::blue};
     case StreamStatus::Kind::running:
-        return {tr("Stream Running"), deckColor::green};
+        return {deckTr("Stream Running"), deckColor::green};
     case StreamStatus::Kind::failed:
-        return {tr("Stream Error"), deckColor::red};
+        return {deckTr("Stream Error"), deckColor::red};
     case StreamStatus::Kind::blank:
         break;
     }
@@ -116,15 +114,16 @@ std::optional<DeckNotice> deckNotice(ScreenRecordingPermissionState permission,
                                      const std::optional<QString>& settingsNotice)
 {
     if (permission == ScreenRecordingPermissionState::missing)
-        return DeckNotice{tr("Permission required"),
-                          tr("Grant Screen Recording access before picking sources."),
+        return DeckNotice{deckTr("Permission required"),
+                          deckTr("Grant Screen Recording access before picking sources."),
                           NoticeTone::warning};
     if (discoveryError && !discoveryError->isEmpty())
-        return DeckNotice{tr("Discovery issue"), *discoveryError, NoticeTone::neutral};
+        return DeckNotice{deckTr("Discovery issue"), *discoveryError, NoticeTone::neutral};
     if (status.isFailed())
-        return DeckNotice{tr("Stream error"), status.failureMessage(), NoticeTone::danger};
+        return DeckNotice{deckTr("Stream error"), status.failureMessage(), NoticeTone::danger};
     if (settingsNotice)
-        return DeckNotice{tr("Earlier settings kept"), *settingsNotice, NoticeTone::neutral, true};
+        return DeckNotice{deckTr("Earlier settings kept"), *settingsNotice, NoticeTone::neutral,
+                          true};
     return std::nullopt;
 }
 

@@ -1,6 +1,7 @@
 #include "control/ImageDropZone.h"
 
 #include "control/DeckState.h"
+#include "control/DeckText.h"
 #include "presentation/SymbolIcon.h"
 
 #include <QDragEnterEvent>
@@ -25,13 +26,13 @@ ImageDropZone::ImageDropZone(QWidget* parent) : QFrame(parent)
     symbol->setAlignment(Qt::AlignCenter);
     symbol->setPixmap(QPixmap::fromImage(
         symbolImage(u"photo.badge.plus"_s, symbolSize, deckColor::secondary, devicePixelRatioF())));
-    auto* text = new QLabel(tr("Drop an image here"), this);
+    auto* text = new QLabel(deckTr("Drop an image here"), this);
     text->setAlignment(Qt::AlignCenter);
     QFont bold = text->font();
     bold.setWeight(QFont::DemiBold);
     text->setFont(bold);
     auto* hint =
-        new QLabel(tr("PNG, JPG, WebP, and other common image formats are supported."), this);
+        new QLabel(deckTr("PNG, JPG, WebP, and other common image formats are supported."), this);
     hint->setAlignment(Qt::AlignCenter);
     hint->setWordWrap(true);
     hint->setForegroundRole(QPalette::PlaceholderText);

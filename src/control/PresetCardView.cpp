@@ -1,6 +1,7 @@
 #include "control/PresetCardView.h"
 
 #include "control/DeckState.h"
+#include "control/DeckText.h"
 #include "control/ElidedLabel.h"
 #include "control/SourceBadgeView.h"
 #include "control/SourcePickerStyle.h"
@@ -24,12 +25,6 @@ namespace {
 
 constexpr int symbolSize = 18;
 constexpr qreal cornerRadius = 10;
-
-// The deck's translation context, which all of its popovers share.
-QString deckTr(const char* text)
-{
-    return QCoreApplication::translate("ControlDeck", text);
-}
 
 QPushButton* cardButton(const QString& text, QWidget* parent)
 {

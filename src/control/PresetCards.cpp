@@ -1,5 +1,7 @@
 #include "control/PresetCards.h"
 
+#include "control/DeckText.h"
+
 #include <QCoreApplication>
 #include <QLocale>
 #include <QTimeZone>
@@ -8,11 +10,6 @@
 namespace vistrel {
 
 namespace {
-
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("ControlDeck", text);
-}
 
 constexpr qint64 minute = 60;
 constexpr qint64 hour = 60 * minute;
@@ -33,23 +30,23 @@ QString relativeSavedText(const QDateTime& saved, const QDateTime& now)
 {
     const qint64 seconds = saved.secsTo(now);
     if (seconds < minute)
-        return tr("just now");
+        return deckTr("just now");
     if (seconds < hour) {
         const qint64 minutes = seconds / minute;
-        return minutes == 1 ? tr("1 minute ago") : tr("%1 minutes ago").arg(minutes);
+        return minutes == 1 ? deckTr("1 minute ago") : deckTr("%1 minutes ago").arg(minutes);
     }
     if (seconds < day) {
         const qint64 hours = seconds / hour;
-        return hours == 1 ? tr("1 hour ago") : tr("%1 hours ago").arg(hours);
+        return hours == 1 ? deckTr("1 hour ago") : deckTr("%1 hours ago").arg(hours);
     }
     if (seconds < 2 * day)
-        return tr("yesterday");
+        return deckTr("yesterday");
     if (seconds < week)
-        return tr("%1 days ago").arg(seconds / day);
+        return deckTr("%1 days ago").arg(seconds / day);
     if (seconds < 2 * week)
-        return tr("last week");
+        return deckTr("last week");
     if (seconds < dateFrom)
-        return tr("%1 weeks ago").arg(seconds / week);
+        return deckTr("%1 weeks ago").arg(seconds / week);
     return QLocale().toString(saved.toTimeZone(now.timeZone()).date(), QLocale::ShortFormat);
 }
 
@@ -60,23 +57,23 @@ PresetCardState presetCardState(const SharePreset& preset, const PresetCardConte
     card.title = preset.title;
     card.symbolName = preset.symbolName;
     card.isCustom = preset.category == PresetCategory::custom;
-    card.categoryBadge = card.isCustom ? tr("Custom") : tr("Default");
+    card.categoryBadge = card.isCustom ? deckTr("Custom") : deckTr("Default");
     card.isActive = context.activePresetID == preset.id && context.matchesLive;
     card.canReset = preset.hasSavedConfiguration();
     if (card.canReset) {
         const ShareConfiguration& stored = preset.configuration;
         card.contentBadge = stored.outputContentMode == OutputContentMode::fullDesktop
-                                ? tr("Desktop")
-                                : tr("Sanitized");
-        card.frameBadge =
-            stored.outputFrameMode == OutputFrameMode::dynamic ? tr("Dynamic") : tr("Screen");
+                                ? deckTr("Desktop")
+                                : deckTr("Sanitized");
+        card.frameBadge = stored.outputFrameMode == OutputFrameMode::dynamic ? deckTr("Dynamic")
+                                                                             : deckTr("Screen");
     }
     card.summary = preset.summaryText();
     if (preset.lastUpdated != distantPast())
-        card.status = tr("Saved ") + relativeSavedText(preset.lastUpdated, context.now);
+        card.status = deckTr("Saved ") + relativeSavedText(preset.lastUpdated, context.now);
     else
-        card.status =
-            card.isCustom ? tr("Custom preset slot ready") : tr("Built-in preset slot ready");
+        card.status = card.isCustom ? deckTr("Custom preset slot ready")
+                                    : deckTr("Built-in preset slot ready");
     card.canMoveUp = card.isCustom && context.position > 0;
     card.canMoveDown = card.isCustom && context.position < context.groupSize - 1;
     return card;

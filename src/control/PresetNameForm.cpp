@@ -1,6 +1,7 @@
 #include "control/PresetNameForm.h"
 
 #include "control/DeckState.h"
+#include "control/DeckText.h"
 #include "presentation/SymbolIcon.h"
 
 #include <QCoreApplication>
@@ -17,12 +18,6 @@ namespace vistrel {
 namespace {
 
 constexpr int symbolSize = 18;
-
-// The deck's translation context, which all of its popovers share.
-QString deckTr(const char* text)
-{
-    return QCoreApplication::translate("ControlDeck", text);
-}
 
 } // namespace
 

@@ -1,6 +1,7 @@
 #include "control/PresetPopover.h"
 
 #include "control/DeckState.h"
+#include "control/DeckText.h"
 #include "control/PresetCardView.h"
 #include "control/PresetCards.h"
 #include "control/PresetNameForm.h"
@@ -31,26 +32,12 @@ namespace {
 // The width the cards are laid out for; the list adds its scroll bar.
 constexpr int listWidth = 420;
 
-// The deck's translation context, which all of its popovers share.
-QString deckTr(const char* text)
-{
-    return QCoreApplication::translate("ControlDeck", text);
-}
-
 QLabel* groupHeading(const QString& text, QWidget* parent)
 {
     auto* label = new QLabel(text, parent);
     QFont font = label->font();
     font.setWeight(QFont::DemiBold);
     label->setFont(font);
-    return label;
-}
-
-QLabel* secondaryText(const QString& text, QWidget* parent)
-{
-    auto* label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
     return label;
 }
 

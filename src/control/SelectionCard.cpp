@@ -1,5 +1,7 @@
 #include "control/SelectionCard.h"
 
+#include "control/DeckText.h"
+
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QVBoxLayout>
@@ -9,13 +11,8 @@ namespace vistrel {
 SelectionCard::SelectionCard(const QString& title, QWidget* parent)
     : QFrame(parent), m_note(new QLabel(this)), m_content(new QVBoxLayout)
 {
-    auto* heading = new QLabel(title, this);
-    QFont font = heading->font();
-    font.setWeight(QFont::DemiBold);
-    font.setPointSizeF(font.pointSizeF() * 0.9);
-    heading->setFont(font);
-    heading->setForegroundRole(QPalette::PlaceholderText);
-    m_note->setFont(font);
+    QLabel* heading = sectionTitle(title, this);
+    m_note->setFont(heading->font());
     m_note->setForegroundRole(QPalette::PlaceholderText);
     m_note->hide();
 
