@@ -11,6 +11,8 @@
 #include "coordination/PresetStore.h"
 #include "presentation/OutputWindow.h"
 #include "presentation/PopoverHub.h"
+#include "presentation/PreviewPanel.h"
+#include "presentation/PreviewPanelController.h"
 #include "presentation/WindowFrameStore.h"
 #include "presentation/WindowPlacementController.h"
 #include "presentation/WindowRegistry.h"
@@ -72,6 +74,9 @@ AppWindows::AppWindows(AppEnvironment& environment, AppLifecycleController& life
     connect(m_control.get(), &MainControlWindow::preferredHeightChanged, this,
             &AppWindows::describeControl);
     describeControl();
+    m_preview = std::make_unique<PreviewPanelController>(*registry, environment.outputViewModel(),
+                                                         environment.mainViewModel(), *m_popoverHub,
+                                                         m_control.get());
 
     // Where the desktop has a tray, the menu is also there.
     if (QSystemTrayIcon::isSystemTrayAvailable()) {

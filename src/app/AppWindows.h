@@ -25,6 +25,7 @@ class AppMenu;
 class OutputWindow;
 class MainControlWindow;
 class PopoverHub;
+class PreviewPanelController;
 class WindowFrameStore;
 class WindowPlacementController;
 
@@ -40,6 +41,7 @@ public:
 
     MainControlWindow* controlWindow() const { return m_control.get(); }
     OutputWindow* outputWindow() const { return m_output.get(); }
+    PreviewPanelController* previewController() const { return m_preview.get(); }
     AppMenu& menu() const { return *m_menu; }
 
 private:
@@ -56,6 +58,9 @@ private:
     std::unique_ptr<PopoverHub> m_popoverHub;
     std::unique_ptr<MainControlWindow> m_control;
     std::unique_ptr<OutputWindow> m_output;
+    // Declared after the control window, so it goes first: the panel is the
+    // control window's child.
+    std::unique_ptr<PreviewPanelController> m_preview;
     WindowPlacementController* m_controlPlacement = nullptr; // child of its window
     WindowPlacementController* m_outputPlacement = nullptr;
 };

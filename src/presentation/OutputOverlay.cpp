@@ -13,9 +13,17 @@ namespace vistrel {
 
 namespace {
 
-constexpr qreal noticePadding = 32;
-constexpr qreal noticeSpacing = 14;
-constexpr qreal noticeMessageWidth = 520;
+struct NoticeMetrics {
+    qreal padding;
+    qreal spacing;
+    qreal messageWidth;
+    int symbolSize;
+    int titlePixels;
+    int messagePixels;
+};
+
+constexpr NoticeMetrics windowNotice{32, 14, 520, OutputOverlay::noticeSymbolSize, 20, 14};
+constexpr NoticeMetrics compactNotice{16, 8, 400, 20, 12, 10};
 
 // The desktop's usual status colours, bright enough for a dark canvas.
 const QColor red(0xe0, 0x1b, 0x24);
@@ -39,8 +47,8 @@ QFont noticeFont(const QFont& base, int pixelSize, QFont::Weight weight)
 
 } // namespace
 
-OutputOverlay::OutputOverlay(OutputViewModel& viewModel, QWidget* parent)
-    : QWidget(parent), m_viewModel(viewModel)
+OutputOverlay::OutputOverlay(OutputViewModel& viewModel, Style style, QWidget* parent)
+    : QWidget(parent), m_viewModel(viewModel), m_style(style)
 {
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setAttribute(Qt::WA_NoSystemBackground);
@@ -82,7 +90,8 @@ void OutputOverlay::paintEvent(QPaintEvent*)
     painter.setRenderHint(QPainter::Antialiasing);
     if (m_viewModel.showsNotice())
         paintNotice(painter);
-    paintFrame(painter);
+    if (m_style == Style::window)
+        paintFrame(painter);
 }
 
 // A vertical stack centred in the padded window: symbol, title, message.
@@ -92,16 +101,19 @@ void OutputOverlay::paintNotice(QPainter& painter)
     const QColor titleColor = light ? QColor(0, 0, 0) : QColor(255, 255, 255);
     const QColor messageColor =
         light ? QColor::fromRgbF(0, 0, 0, 0.68f) : QColor::fromRgbF(1, 1, 1, 0.72f);
-    const QFont titleFont = noticeFont(font(), 20, QFont::DemiBold);
-    const QFont messageFont = noticeFont(font(), 14, QFont::Normal);
+    const NoticeMetrics& metrics = m_style == Style::window ? windowNotice : compactNotice;
+    const QFont titleFont = noticeFont(font(), metrics.titlePixels, QFont::DemiBold);
+    const QFont messageFont = noticeFont(font(), metrics.messagePixels, QFont::Normal);
+    const qreal padding = metrics.padding;
+    const qreal spacing = metrics.spacing;
+    const int symbolSize = metrics.symbolSize;
 
-    const QRectF area =
-        QRectF(rect()).adjusted(noticePadding, noticePadding, -noticePadding, -noticePadding);
+    const QRectF area = QRectF(rect()).adjusted(padding, padding, -padding, -padding);
     if (area.width() <= 0 || area.height() <= 0)
         return;
     QTextOption centred(Qt::AlignHCenter);
     centred.setWrapMode(QTextOption::WordWrap);
-    const qreal messageWidth = std::min(noticeMessageWidth, area.width());
+    const qreal messageWidth = std::min(metrics.messageWidth, area.width());
 
     const QString title = m_viewModel.noticeTitle();
     const QString message = m_viewModel.noticeMessage();
@@ -113,21 +125,24 @@ void OutputOverlay::paintNotice(QPainter& painter)
         message.isEmpty()
             ? QRectF()
             : painter.boundingRect(QRectF(0, 0, messageWidth, area.height()), message, centred);
-    const qreal height = noticeSymbolSize + noticeSpacing + titleBounds.height() +
-                         (message.isEmpty() ? 0 : noticeSpacing + messageBounds.height());
+    const qreal height = symbolSize + spacing + titleBounds.height() +
+                         (message.isEmpty() ? 0 : spacing + messageBounds.height());
     qreal y = area.center().y() - height / 2;
 
-    const NoticeSymbol symbol = noticeSymbol(m_viewModel.streamStatus(), light);
-    painter.drawImage(QPointF(area.center().x() - noticeSymbolSize / 2.0, y),
-                      symbolPicture(symbol, devicePixelRatioF()));
-    y += noticeSymbolSize + noticeSpacing;
+    // The preview's notice is a quiet neutral mark whatever the status.
+    const NoticeSymbol symbol = m_style == Style::window
+                                    ? noticeSymbol(m_viewModel.streamStatus(), light)
+                                    : NoticeSymbol{u"eye.slash"_s, neutral(light, 0.7f)};
+    painter.drawImage(QPointF(area.center().x() - symbolSize / 2.0, y),
+                      symbolPicture(symbol, symbolSize, devicePixelRatioF()));
+    y += symbolSize + spacing;
 
     painter.setFont(titleFont);
     painter.setPen(titleColor);
     painter.drawText(QRectF(area.left(), y, area.width(), titleBounds.height()), title, centred);
     if (message.isEmpty())
         return;
-    y += titleBounds.height() + noticeSpacing;
+    y += titleBounds.height() + spacing;
     painter.setFont(messageFont);
     painter.setPen(messageColor);
     painter.drawText(
@@ -135,10 +150,11 @@ void OutputOverlay::paintNotice(QPainter& painter)
         message, centred);
 }
 
-const QImage& OutputOverlay::symbolPicture(const NoticeSymbol& symbol, qreal devicePixelRatio)
+const QImage& OutputOverlay::symbolPicture(const NoticeSymbol& symbol, int size,
+                                           qreal devicePixelRatio)
 {
     if (m_picture.isNull() || m_pictureSymbol != symbol || m_pictureRatio != devicePixelRatio) {
-        m_picture = symbolImage(symbol.name, noticeSymbolSize, symbol.tint, devicePixelRatio);
+        m_picture = symbolImage(symbol.name, size, symbol.tint, devicePixelRatio);
         m_pictureSymbol = symbol;
         m_pictureRatio = devicePixelRatio;
     }

@@ -30,9 +30,13 @@ class OutputOverlay final : public QWidget {
     Q_OBJECT
 
 public:
+    // The output window's notice and frame, or the preview's small notice
+    // (a neutral "eye.slash", smaller type, no frame).
+    enum class Style { window, compact };
+
     static constexpr int noticeSymbolSize = 38;
 
-    OutputOverlay(OutputViewModel& viewModel, QWidget* parent);
+    OutputOverlay(OutputViewModel& viewModel, Style style, QWidget* parent);
 
     // The symbol for a stream status. Only the neutral tints (idle, panic
     // hidden) follow the canvas, so they stay readable on white.
@@ -44,9 +48,10 @@ protected:
 private:
     void paintNotice(QPainter& painter);
     void paintFrame(QPainter& painter);
-    const QImage& symbolPicture(const NoticeSymbol& symbol, qreal devicePixelRatio);
+    const QImage& symbolPicture(const NoticeSymbol& symbol, int size, qreal devicePixelRatio);
 
     OutputViewModel& m_viewModel;
+    Style m_style;
     // The last symbol drawn: the overlay repaints with every video frame.
     NoticeSymbol m_pictureSymbol;
     qreal m_pictureRatio = 0;

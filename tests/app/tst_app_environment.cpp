@@ -15,6 +15,7 @@
 #include "platform/camera/TestPatternCamera.h"
 #include "presentation/CameraPreviewView.h"
 #include "presentation/ManagedWindowKind.h"
+#include "presentation/OutputStage.h"
 #include "presentation/OutputWindow.h"
 #include "presentation/PopoverHub.h"
 #include "presentation/VideoLayerWidget.h"
@@ -321,16 +322,16 @@ private Q_SLOTS:
         QFETCH(QSizeF, canvas);
         QFETCH(QRectF, space);
         QFETCH(QRectF, expected);
-        QCOMPARE(OutputWindow::videoRect(canvas, space), expected);
+        QCOMPARE(OutputStage::videoRect(canvas, space), expected);
     }
 
     void canvasImageCoversTheWindow()
     {
         // A square image in a wide window: scaled to the width, cropped
         // above and below, centred.
-        QCOMPARE(OutputWindow::fillRect(QSizeF(100, 100), QRectF(0, 0, 400, 200)),
+        QCOMPARE(OutputStage::fillRect(QSizeF(100, 100), QRectF(0, 0, 400, 200)),
                  QRectF(0, -100, 400, 400));
-        QCOMPARE(OutputWindow::fillRect(QSizeF(300, 100), QRectF(0, 0, 400, 400)),
+        QCOMPARE(OutputStage::fillRect(QSizeF(300, 100), QRectF(0, 0, 400, 400)),
                  QRectF(-400, 0, 1200, 400));
     }
 
@@ -355,7 +356,7 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(window.cameraBubble()->isVisible(), 5000);
 
         const QRect bubble = window.cameraBubble()->geometry();
-        QCOMPARE(bubble, OutputWindow::cameraBubbleRect(environment.outputViewModel().canvasSize(),
+        QCOMPARE(bubble, OutputStage::cameraBubbleRect(environment.outputViewModel().canvasSize(),
                                                         window.rect(), camera)
                              .toRect());
         // Mirrored: the camera's right half on the left, into the corners.

@@ -3,6 +3,7 @@
 
 #include "model/OutputSettings.h"
 #include "presentation/OutputOverlay.h"
+#include "presentation/OutputStage.h"
 #include "presentation/OutputWindow.h"
 #include "presentation/SymbolIcon.h"
 
@@ -136,7 +137,7 @@ private Q_SLOTS:
         camera.marginTop = 20;
         camera.marginRight = 30;
         camera.marginBottom = 40;
-        QCOMPARE(OutputWindow::cameraBubbleRect({1920, 1080}, QRectF({}, space), camera), expected);
+        QCOMPARE(OutputStage::cameraBubbleRect({1920, 1080}, QRectF({}, space), camera), expected);
     }
 };
 
