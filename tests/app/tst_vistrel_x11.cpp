@@ -535,6 +535,70 @@ private Q_SLOTS:
         QVERIFY2(failure.isEmpty(), qPrintable(failure));
     }
 
+    // The preview panel in the full-desktop form: above the control window,
+    // following it and moving it; the same picture as the output at its
+    // scale, and never itself in the output.
+    void previewFollowsTheControlWindow()
+    {
+        QByteArray state = stateDocument(u"blockList"_s, u"Nobody"_s);
+        state.replace("\"sanitized\"", "\"fullDesktop\"");
+        auto app = startVistrel(state);
+        QVERIFY(app);
+        const QRgb slides = clientApps[0].colour;
+        const xcb_window_t output = waitForOutput(*app, slides);
+        QVERIFY2(output, qPrintable(failureReport(*app)));
+        const xcb_window_t control = findWindow(app->processId(), u"Vistrel"_s);
+        xcb_window_t panel = 0;
+        QVERIFY(waitUntil(
+            [&] { return (panel = findWindow(app->processId(), u"Vistrel Preview"_s)); }));
+        const auto attachedTo = [&](QPoint controlOrigin) {
+            return m_session.rootGeometry(control)->topLeft() == controlOrigin &&
+                   m_session.rootGeometry(panel) ==
+                       QRect(controlOrigin - QPoint(0, 4 + 293), QSize(520, 293));
+        };
+        QVERIFY(waitUntil([&] { return attachedTo(controlFrame.topLeft()); }));
+
+        // The same picture: Slides takes the same share of both.
+        const auto share = [&](xcb_window_t window) {
+            const QImage picture = m_session.grabWindow(window);
+            return qreal(countNear(picture, slides)) / (picture.width() * picture.height());
+        };
+        QVERIFY(waitUntil([&] {
+            const qreal inPanel = share(panel);
+            const qreal inOutput = share(output);
+            return inOutput > 0.05 && qAbs(inPanel - inOutput) < 0.1 * inOutput;
+        }));
+
+        // Never in the output: where the panel stands, the output shows the
+        // empty desktop behind it (and not the pointer, moved out of the way).
+        QVERIFY(m_session.xdotool({u"mousemove"_s, u"1900"_s, u"1070"_s}));
+        const QRgb desktop = m_session.grabWindow(output).pixel(outputSize.width() - 20, 20);
+        const qreal scale = qreal(outputSize.width()) / 1920;
+        const QRect panelFrame = *m_session.rootGeometry(panel);
+        const QRectF inOutput(QPointF(panelFrame.topLeft()) * scale + QPointF(4, 4),
+                              QSizeF(panelFrame.size()) * scale - QSizeF(8, 8));
+        const QImage outputPicture = m_session.grabWindow(output).copy(inOutput.toRect());
+        QCOMPARE(countNear(outputPicture, desktop), outputPicture.width() * outputPicture.height());
+
+        // It follows a move of the control window, and a drag on it moves
+        // the control window.
+        m_session.xdotool({u"windowmove"_s, QString::number(control), u"300"_s, u"500"_s});
+        QVERIFY(waitUntil([&] { return attachedTo({300, 500}); }));
+        const QPoint grip(450, 300);
+        QVERIFY(m_session.xdotool({u"mousemove"_s, QString::number(grip.x()),
+                                   QString::number(grip.y()), u"mousedown"_s, u"1"_s}));
+        for (int step = 1; step <= 5; ++step) {
+            QTest::qWait(40);
+            m_session.xdotool({u"mousemove"_s, QString::number(grip.x() + 10 * step),
+                               QString::number(grip.y() + 6 * step)});
+        }
+        QVERIFY(m_session.xdotool({u"mouseup"_s, u"1"_s}));
+        QVERIFY(waitUntil([&] { return attachedTo({350, 530}); }));
+
+        const QString failure = quit(*app, false);
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+    }
+
     // Last: stops the session.
     void exitsCleanlyWhenTheDisplayGoesAway()
     {
