@@ -9,8 +9,11 @@
 #include "presentation/VideoLayerWidget.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
 #include <QPainter>
 #include <QThread>
+#include <QTimer>
 #include <benchmark/benchmark.h>
 
 using namespace vistrel;
@@ -46,10 +49,13 @@ CapturePlan plan()
 }
 
 // Everything between the frame leaving the worker and the pixels being in the
-// two views' backing images: engine checks, renderer fan-out, both paints.
+// views' backing images: engine checks, renderer fan-out, the output view's
+// paint (width given) and, with the second argument 1, the preview panel's
+// (520 x 293, as above a 520-wide control window).
 void BM_FrameToPixels(benchmark::State& state)
 {
     const QSize viewSize(int(state.range(0)), int(state.range(0)) * 9 / 16);
+    const bool withPreview = state.range(1) != 0;
     SimWorld world;
     SimCaptureBackend backend(world);
     SimScreenProvider screens;
@@ -61,11 +67,12 @@ void BM_FrameToPixels(benchmark::State& state)
 
     VideoLayerWidget output, preview;
     output.resize(viewSize);
-    preview.resize(viewSize / 4);
+    preview.resize(520, 293);
     renderer.addDisplayLayer(output.displayLayer());
-    renderer.addDisplayLayer(preview.displayLayer());
+    if (withPreview)
+        renderer.addDisplayLayer(preview.displayLayer());
     QImage outputBacking(viewSize, QImage::Format_ARGB32_Premultiplied);
-    QImage previewBacking(viewSize / 4, QImage::Format_ARGB32_Premultiplied);
+    QImage previewBacking(preview.size(), QImage::Format_ARGB32_Premultiplied);
 
     const QList<QImage> pool = framePool(QSize(1920, 1080));
     qsizetype next = 0;
@@ -73,7 +80,8 @@ void BM_FrameToPixels(benchmark::State& state)
         engine.handleSample(SampleBuffer{pool[next++ % pool.size()], true, 0, 0},
                             SampleOutputType::screen);
         output.render(&outputBacking, QPoint(), QRegion(), QWidget::DrawChildren);
-        preview.render(&previewBacking, QPoint(), QRegion(), QWidget::DrawChildren);
+        if (withPreview)
+            preview.render(&previewBacking, QPoint(), QRegion(), QWidget::DrawChildren);
         benchmark::DoNotOptimize(outputBacking.constBits());
     }
     // An engine that is not running drops every frame: nothing was measured.
@@ -81,7 +89,65 @@ void BM_FrameToPixels(benchmark::State& state)
         state.SkipWithError("the engine displayed no frame");
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(BM_FrameToPixels)->Arg(960)->Arg(1920)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_FrameToPixels)
+    ->Args({1280, 0})
+    ->Args({1280, 1})
+    ->Args({1920, 0})
+    ->Args({1920, 1})
+    ->Unit(benchmark::kMicrosecond);
+
+// A paced stream as the user runs it: 1080p frames at 60 fps into the output
+// view (1280 x 720) and, with the argument 1, the preview panel's view
+// (520 x 293, at most 20 repaints a second), both shown and painted by Qt's
+// event loop into their backing stores. Process CPU time per frame.
+void BM_PacedFrames(benchmark::State& state)
+{
+    const bool withPreview = state.range(0) != 0;
+    SimWorld world;
+    SimCaptureBackend backend(world);
+    SimScreenProvider screens;
+    OutputRenderer renderer;
+    CaptureEngine engine(renderer, backend, screens);
+    engine.apply(plan());
+    for (int i = 0; i < 8; ++i)
+        QCoreApplication::processEvents();
+
+    VideoLayerWidget output, preview;
+    output.resize(1280, 720);
+    output.show();
+    renderer.addDisplayLayer(output.displayLayer());
+    preview.resize(520, 293);
+    preview.setMaximumFrameRate(20);
+    if (withPreview) {
+        preview.show();
+        renderer.addDisplayLayer(preview.displayLayer());
+    }
+    const QList<QImage> pool = framePool(QSize(1920, 1080));
+    qsizetype next = 0;
+    QElapsedTimer clock;
+    clock.start();
+    qint64 due = 0;
+    for (auto _ : state) {
+        due += 1000 / 60;
+        engine.handleSample(SampleBuffer{pool[next++ % pool.size()], true, 0, 0},
+                            SampleOutputType::screen);
+        // The rest of the frame's time in the event loop, asleep when idle.
+        QEventLoop loop;
+        QTimer::singleShot(int(std::max<qint64>(due - clock.elapsed(), 0)), &loop,
+                           &QEventLoop::quit);
+        loop.exec();
+    }
+    if (!renderer.hasDisplayedFrame())
+        state.SkipWithError("the engine displayed no frame");
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_PacedFrames)
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(180)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 // The hand-off alone: frames posted by a worker thread through the bridge and
 // delivered on the main thread, in batches as a busy stream would leave them.

@@ -7,6 +7,7 @@
 #include "presentation/PopoverHub.h"
 #include "presentation/PreviewChips.h"
 #include "presentation/SymbolIcon.h"
+#include "presentation/VideoLayerWidget.h"
 
 #include <QAbstractButton>
 #include <QHBoxLayout>
@@ -22,6 +23,7 @@ namespace vistrel {
 namespace {
 
 constexpr int inset = 8;
+constexpr int previewFrameRate = 20;
 const QColor indigo(0x5e, 0x5c, 0xe6);
 const QColor green(0x2e, 0xc2, 0x7e);
 const QColor red(0xe0, 0x1b, 0x24);
@@ -169,6 +171,9 @@ PreviewPanel::PreviewPanel(OutputViewModel& outputViewModel, MainViewModel& main
     setAttribute(Qt::WA_NoSystemBackground);
     setFocusPolicy(Qt::NoFocus);
     resize(520, 293);
+    // A glance, not the shared picture: a third of a 60 fps stream is
+    // plenty, and keeps the preview's share of a frame small.
+    m_stage->videoWidget()->setMaximumFrameRate(previewFrameRate);
     m_chipLayout->setContentsMargins(0, 0, 0, 0);
     m_chipLayout->setSpacing(6);
 

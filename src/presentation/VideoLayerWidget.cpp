@@ -2,6 +2,7 @@
 
 #include <QPaintEvent>
 #include <QPainter>
+#include <QTimer>
 
 namespace vistrel {
 
@@ -31,7 +32,7 @@ public:
             m_image = m_image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
         m_status = DisplayLayerStatus::rendering;
         const QRect after = m_view->pictureRect().toAlignedRect();
-        m_view->update(before.united(after));
+        m_view->requestRepaint(before.united(after));
     }
 
     void flushAndRemoveImage() override
@@ -118,8 +119,35 @@ QRectF VideoLayerWidget::pictureRect() const
     return {};
 }
 
+void VideoLayerWidget::setMaximumFrameRate(int framesPerSecond)
+{
+    m_minimumPaintInterval = framesPerSecond > 0 ? 1000 / framesPerSecond : 0;
+    if (m_minimumPaintInterval > 0 && !m_pendingRepaint) {
+        m_pendingRepaint = new QTimer(this);
+        m_pendingRepaint->setSingleShot(true);
+        connect(m_pendingRepaint, &QTimer::timeout, this, [this] {
+            update(m_pendingArea);
+            m_pendingArea = QRegion();
+        });
+    }
+}
+
+void VideoLayerWidget::requestRepaint(const QRect& area)
+{
+    if (m_minimumPaintInterval <= 0 || !m_sinceLastPaint.isValid()) {
+        update(area);
+        return;
+    }
+    m_pendingArea += area;
+    if (m_pendingRepaint->isActive())
+        return;
+    const qint64 wait = m_minimumPaintInterval - m_sinceLastPaint.elapsed();
+    m_pendingRepaint->start(int(std::max<qint64>(wait, 0)));
+}
+
 void VideoLayerWidget::paintEvent(QPaintEvent* event)
 {
+    m_sinceLastPaint.start();
     QPainter painter(this);
     QColor background = m_layer->m_backgroundColor;
     if (m_layer->m_opaque)

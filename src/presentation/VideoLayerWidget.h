@@ -11,7 +11,11 @@
 
 #include "capture/DisplayLayer.h"
 
+#include <QElapsedTimer>
+#include <QRegion>
 #include <QWidget>
+
+class QTimer;
 
 namespace vistrel {
 
@@ -29,12 +33,23 @@ public:
     // a frame.
     QRectF pictureRect() const;
 
+    // At most this many repaints a second (0: one per frame). Frames that
+    // come faster wait for the next turn, and the newest of them is shown.
+    void setMaximumFrameRate(int framesPerSecond);
+
 protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    // Repaints `area` now or, under a frame-rate cap, at the next turn.
+    void requestRepaint(const QRect& area);
+
     class Layer;
     Layer* m_layer;
+    int m_minimumPaintInterval = 0; // ms
+    QElapsedTimer m_sinceLastPaint;
+    QTimer* m_pendingRepaint = nullptr;
+    QRegion m_pendingArea;
 };
 
 } // namespace vistrel

@@ -38,6 +38,25 @@ protected:
     }
 };
 
+class CountingVideo : public VideoLayerWidget {
+public:
+    int paints = 0;
+
+protected:
+    void paintEvent(QPaintEvent* event) override
+    {
+        ++paints;
+        VideoLayerWidget::paintEvent(event);
+    }
+};
+
+SampleBuffer solidFrame(QRgb colour)
+{
+    QImage image(12, 8, QImage::Format_ARGB32_Premultiplied);
+    image.fill(colour);
+    return SampleBuffer{image, true, std::nullopt, 0};
+}
+
 QImage grabbed(QWidget& widget)
 {
     return widget.grab().toImage().convertToFormat(QImage::Format_ARGB32);
@@ -131,6 +150,32 @@ private Q_SLOTS:
         for (const QPoint point : {QPoint(1, 1), QPoint(30, 40), QPoint(90, 40), QPoint(119, 79)})
             QCOMPARE(qAlpha(own.pixel(point)), 0);
         QCOMPARE(grabbed(canvas).pixel(30, 40), canvasGreen);
+    }
+
+    // Under a frame-rate cap a burst of frames waits for its turn and costs
+    // one repaint, which shows the newest of them.
+    void cappedRepaintsShowTheNewestFrame()
+    {
+        OutputRenderer renderer;
+        CountingVideo video;
+        video.resize(120, 80);
+        video.setMaximumFrameRate(2);
+        renderer.addDisplayLayer(video.displayLayer());
+        video.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&video));
+        renderer.enqueue(solidFrame(red));
+        QTRY_VERIFY(video.paints > 0);
+        QTest::qWait(20);
+        const int before = video.paints;
+        for (QRgb colour : {red, canvasGreen, red, canvasGreen, blue})
+            renderer.enqueue(solidFrame(colour));
+        for (int i = 0; i < 3; ++i)
+            QCoreApplication::processEvents();
+        QCOMPARE(video.paints, before);
+        QTRY_COMPARE(video.paints, before + 1);
+        QTest::qWait(100);
+        QCOMPARE(video.paints, before + 1);
+        QCOMPARE(grabbed(video).pixel(60, 40), blue);
     }
 
     void transparentFramePixelsShowTheCanvas()
