@@ -157,8 +157,9 @@ private:
 
 PreviewPanel::PreviewPanel(OutputViewModel& outputViewModel, MainViewModel& mainViewModel,
                            PopoverHub& hub, QWidget* controlWindow)
-    : QWidget(controlWindow, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowDoesNotAcceptFocus |
-                                 Qt::WindowStaysOnTopHint),
+    // A tool window of the control window: the window manager keeps it in
+    // the control window's layer, above it, whether or not that is on top.
+    : QWidget(controlWindow, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowDoesNotAcceptFocus),
       m_mainViewModel(mainViewModel), m_hub(hub), m_controlWindow(controlWindow),
       m_stage(new OutputStage(outputViewModel, this)),
       m_notice(new OutputOverlay(outputViewModel, OutputOverlay::Style::compact, this)),
