@@ -95,7 +95,7 @@ shot="$session/screenshot.png"
 import -window root "$shot"
 echo "run: Vistrel runs on the private display $DISPLAY; its log is $session/vistrel.log."
 echo "run: screenshot of that desktop: $shot"
-echo "     Left monitor: the three applications and the control window; right monitor:"
+echo "     Left monitor: the three applications, the control window and its preview; right monitor:"
 echo "     the output window, which shows only Slides, the orange window."
 
 if [[ -t 0 ]]; then
