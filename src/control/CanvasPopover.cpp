@@ -52,10 +52,13 @@ CanvasPopover::CanvasPopover(MainViewModel& model, PopoverHub& hub, QWidget* par
 
     const CanvasOptions options =
         canvasOptions(model.outputContentMode(), model.canvasBackground());
-    content->addWidget(addRows(deckTr("Output"), options.output, allOutputContentModes,
-                               m_outputRows, &MainViewModel::setOutputContentMode));
-    content->addWidget(addRows(deckTr("Background"), options.background, allCanvasBackgroundModes,
-                               m_backgroundRows, &MainViewModel::setCanvasBackgroundMode));
+    content->addWidget(addRows(deckTr("Output"), options.output, m_outputRows, [this](int i) {
+        m_model.setOutputContentMode(allOutputContentModes.at(i));
+    }));
+    content->addWidget(
+        addRows(deckTr("Background"), options.background, m_backgroundRows, [this](int i) {
+            m_model.setCanvasBackgroundMode(allCanvasBackgroundModes.at(i));
+        }));
     content->addWidget(m_backgroundNote);
 
     auto* imageRow = new QHBoxLayout;
@@ -83,17 +86,15 @@ CanvasPopover::CanvasPopover(MainViewModel& model, PopoverHub& hub, QWidget* par
     sync();
 }
 
-template<typename Mode, size_t count>
 SelectionCard* CanvasPopover::addRows(const QString& title, const QList<CanvasOption>& options,
-                                      const std::array<Mode, count>& modes, QList<OptionRow*>& rows,
-                                      void (MainViewModel::*choose)(Mode))
+                                      QList<OptionRow*>& rows,
+                                      const std::function<void(int index)>& choose)
 {
     auto* card = new SelectionCard(title, this);
     for (int i = 0; i < options.size(); ++i) {
         const CanvasOption& option = options.at(i);
         auto* row = new OptionRow(option.title, option.subtitle, option.isSelected, card);
-        const Mode mode = modes.at(i);
-        connect(row, &OptionRow::clicked, this, [this, choose, mode] { (m_model.*choose)(mode); });
+        connect(row, &OptionRow::clicked, this, [choose, i] { choose(i); });
         card->contentLayout()->addWidget(row);
         rows.append(row);
     }

@@ -10,7 +10,7 @@
 
 #include <QList>
 #include <QUrl>
-#include <array>
+#include <functional>
 
 class QLabel;
 class QPushButton;
@@ -38,11 +38,9 @@ public:
     void importFile(const QUrl& file);
 
 private:
-    // A group of option rows, one per mode, that choose it.
-    template<typename Mode, size_t count>
+    // A group of option rows; `choose` gets the index of the row clicked.
     SelectionCard* addRows(const QString& title, const QList<CanvasOption>& options,
-                           const std::array<Mode, count>& modes, QList<OptionRow*>& rows,
-                           void (MainViewModel::*choose)(Mode));
+                           QList<OptionRow*>& rows, const std::function<void(int index)>& choose);
     void chooseImage();
     void sync();
 
