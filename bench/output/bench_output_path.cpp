@@ -48,6 +48,22 @@ CapturePlan plan()
     return result;
 }
 
+// A capture engine running the bench plan on the scripted backend.
+struct RunningEngine {
+    SimWorld world;
+    SimCaptureBackend backend{world};
+    SimScreenProvider screens;
+    OutputRenderer renderer;
+    CaptureEngine engine{renderer, backend, screens};
+
+    RunningEngine()
+    {
+        engine.apply(plan());
+        for (int i = 0; i < 8; ++i)
+            QCoreApplication::processEvents();
+    }
+};
+
 // Everything between the frame leaving the worker and the pixels being in the
 // views' backing images: engine checks, renderer fan-out, the output view's
 // paint (width given) and, with the second argument 1, the preview panel's
@@ -56,14 +72,9 @@ void BM_FrameToPixels(benchmark::State& state)
 {
     const QSize viewSize(int(state.range(0)), int(state.range(0)) * 9 / 16);
     const bool withPreview = state.range(1) != 0;
-    SimWorld world;
-    SimCaptureBackend backend(world);
-    SimScreenProvider screens;
-    OutputRenderer renderer;
-    CaptureEngine engine(renderer, backend, screens);
-    engine.apply(plan());
-    for (int i = 0; i < 8; ++i)
-        QCoreApplication::processEvents();
+    RunningEngine pipeline;
+    OutputRenderer& renderer = pipeline.renderer;
+    CaptureEngine& engine = pipeline.engine;
 
     VideoLayerWidget output, preview;
     output.resize(viewSize);
@@ -103,14 +114,9 @@ BENCHMARK(BM_FrameToPixels)
 void BM_PacedFrames(benchmark::State& state)
 {
     const bool withPreview = state.range(0) != 0;
-    SimWorld world;
-    SimCaptureBackend backend(world);
-    SimScreenProvider screens;
-    OutputRenderer renderer;
-    CaptureEngine engine(renderer, backend, screens);
-    engine.apply(plan());
-    for (int i = 0; i < 8; ++i)
-        QCoreApplication::processEvents();
+    RunningEngine pipeline;
+    OutputRenderer& renderer = pipeline.renderer;
+    CaptureEngine& engine = pipeline.engine;
 
     VideoLayerWidget output, preview;
     output.resize(1280, 720);
@@ -153,14 +159,8 @@ BENCHMARK(BM_PacedFrames)
 // delivered on the main thread, in batches as a busy stream would leave them.
 void BM_BridgeHandOff(benchmark::State& state)
 {
-    SimWorld world;
-    SimCaptureBackend backend(world);
-    SimScreenProvider screens;
-    OutputRenderer renderer;
-    CaptureEngine engine(renderer, backend, screens);
-    engine.apply(plan());
-    for (int i = 0; i < 8; ++i)
-        QCoreApplication::processEvents();
+    RunningEngine pipeline;
+    CaptureEngine& engine = pipeline.engine;
     auto bridge = std::make_shared<StreamBridge>(&engine);
 
     const QList<QImage> pool = framePool(QSize(64, 36));
