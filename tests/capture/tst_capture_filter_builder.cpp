@@ -58,9 +58,10 @@ private:
     const CaptureFilterBuilder builder{screens};
 
     CaptureBuildResult build(const VisibilityPolicy& policy, quint32 display, OutputFrameMode frame,
-                             OutputContentMode content, const SimScene& from) const
+                             OutputContentMode content, const SimScene& from,
+                             qint32 self = selfPid) const
     {
-        return builder.build(policy, display, catalogOf(from), false, frame, content);
+        return builder.build(policy, display, catalogOf(from, self), false, frame, content);
     }
 
 private Q_SLOTS:
@@ -114,9 +115,12 @@ private Q_SLOTS:
         QCOMPARE(toString(std::get<OutputBlankReason>(result)), toString(expected));
     }
 
-    // From choice to frame: the plan's signature, and the scripted stream
-    // given the plan shows exactly the windows listed (checked at the centre
-    // of every window inside the frame).
+    // From choice to frame: the plan's signature and, where given, its
+    // filter (every form names Vistrel itself: its process, its window in
+    // the snapshot and the registry's window not yet discovered; and the
+    // rules' applications by identity); and the scripted stream given the
+    // plan shows exactly the windows listed (checked at the centre of every
+    // window inside the frame).
     void plans_data()
     {
         QTest::addColumn<VisibilityPolicy>("policy");
@@ -125,80 +129,105 @@ private Q_SLOTS:
         QTest::addColumn<OutputContentMode>("contentMode");
         QTest::addColumn<QString>("expected"); // signature, or the blank reason
         QTest::addColumn<QList<quint32>>("shown");
+        QTest::addColumn<std::optional<ContentFilter>>("filter");
+        QTest::addColumn<qint32>("self");
+        // In a signature, D1 stands for display 1 and its pixels, U1 for its
+        // usable area and D2 for all of display 2.
         const auto row = [](const char* name, const VisibilityPolicy& policy, quint32 display,
-                            OutputFrameMode frame, OutputContentMode content,
-                            const QString& expected, QList<quint32> shown) {
-            QTest::newRow(name) << policy << display << frame << content << expected << shown;
+                            OutputFrameMode frame, OutputContentMode content, const char* expected,
+                            QList<quint32> shown, std::optional<ContentFilter> filter = {},
+                            qint32 self = selfPid) {
+            const QString signature = QString::fromLatin1(expected)
+                                          .replace(u"D1"_s, u"1:2880x1800"_s)
+                                          .replace(u"U1"_s, u"0.00,25.00,1440.00,875.00"_s)
+                                          .replace(u"D2"_s, u"2:1920x1080"_s);
+            QTest::newRow(name) << policy << display << frame << content << signature << shown
+                                << filter << self;
         };
         const auto screen = OutputFrameMode::screen;
         const auto dynamic = OutputFrameMode::dynamic;
         const auto sanitized = OutputContentMode::sanitized;
+        const auto desktop = OutputContentMode::fullDesktop;
+        using F = ContentFilterForm;
+        const QList<quint32> own{1, registryWindow};
         const VisibilityPolicy blockMail =
             block({mailId, ghostId}, {draft, WindowIdentity(editorId, u"draft"_s, std::nullopt),
                                       WindowIdentity(editorId, u"Notes"_s, 22u)});
+        const VisibilityPolicy allowExtra =
+            allow({browserId, editorId}, {WindowIdentity(mailId, u"Inbox"_s, 31u), draft});
 
-        row("full desktop ignores lists and frame mode", allow({editorId}), 1, dynamic,
-            OutputContentMode::fullDesktop,
-            u"fullDesktop:allowList:screen:1:2880x1800:apps[100]:windows[]:"
-            "0.00,0.00,1440.00,900.00"_s,
-            {21, 31, 41, 42, 90});
+        row("full desktop ignores lists and frame mode", allow({editorId}), 1, dynamic, desktop,
+            "fullDesktop:allowList:screen:D1:apps[100]:windows[]:0.00,0.00,1440.00,900.00",
+            {21, 31, 41, 42, 90},
+            ContentFilter{.form = F::displayExcludingApplications,
+                          .displayID = 1,
+                          .processIDs = {selfPid},
+                          .includeMenuBar = true,
+                          .ownProcessID = selfPid,
+                          .ownWindowIDs = own});
+        // Without an own process in the snapshot, the plain form.
+        row("full desktop, own process not seen", block({mailId}), 1, screen, desktop,
+            "fullDesktop:blockList:screen:D1:apps[]:windows[]:0.00,0.00,1440.00,900.00",
+            {1, 21, 31, 41, 42, 90},
+            ContentFilter{.form = F::displayExcludingWindows,
+                          .displayID = 1,
+                          .includeMenuBar = true,
+                          .ownProcessID = 998,
+                          .ownWindowIDs = {registryWindow}},
+            998);
         // Notes lives on the other display; Draft matched twice counts once.
         row("block apps and windows", blockMail, 1, screen, sanitized,
-            u"sanitized:blockList:screen:1:2880x1800:apps[8,100]:windows[21]:"
-            "0.00,25.00,1440.00,875.00"_s,
-            {41, 42});
+            "sanitized:blockList:screen:D1:apps[8,100]:windows[21]:U1", {41, 42},
+            ContentFilter{.form = F::displayExcludingApplications,
+                          .displayID = 1,
+                          .processIDs = {mailPid, selfPid},
+                          .windowIDs = {21},
+                          .includeMenuBar = true,
+                          .applications = {mailId, ghostId},
+                          .ownProcessID = selfPid,
+                          .ownWindowIDs = own});
         // Docs and News remain; News is clipped by the bottom edge.
         row("block apps and windows, dynamic", blockMail, 1, dynamic, sanitized,
-            u"sanitized:blockList:dynamic:1:2880x1800:apps[8,100]:windows[21]:"
-            "788.00,188.00,524.00,712.00"_s,
+            "sanitized:blockList:dynamic:D1:apps[8,100]:windows[21]:788.00,188.00,524.00,712.00",
             {41, 42});
         // A window rule left over next to its application's rule: still hidden.
         row("block a window of a blocked app", block({editorId, mailId}, {draft}), 1, screen,
-            sanitized,
-            u"sanitized:blockList:screen:1:2880x1800:apps[7,8,100]:windows[21]:"
-            "0.00,25.00,1440.00,875.00"_s,
-            {41, 42});
+            sanitized, "sanitized:blockList:screen:D1:apps[7,8,100]:windows[21]:U1", {41, 42});
         row("empty block list still captures", block({}), 2, screen, sanitized,
-            u"sanitized:blockList:screen:2:1920x1080:apps[100]:windows[]:"
-            "0.00,0.00,1920.00,1080.00"_s,
-            {22});
+            "sanitized:blockList:screen:D2:apps[100]:windows[]:0.00,0.00,1920.00,1080.00", {22});
         // Draft comes with Editor; the off-screen window is listed, not drawn.
-        row("allow apps and extra windows",
-            allow({browserId, editorId}, {WindowIdentity(mailId, u"Inbox"_s, 31u), draft}), 1,
-            screen, sanitized,
-            u"sanitized:allowList:screen:1:2880x1800:apps[7,9,10]:windows[21,23,31,41,42]:"
-            "0.00,25.00,1440.00,875.00"_s,
-            {21, 31, 41, 42});
+        row("allow apps and extra windows", allowExtra, 1, screen, sanitized,
+            "sanitized:allowList:screen:D1:apps[7,9,10]:windows[21,23,31,41,42]:U1",
+            {21, 31, 41, 42},
+            ContentFilter{.form = F::displayIncludingApplications,
+                          .displayID = 1,
+                          .processIDs = {editorPid, browserPid, secondBrowserPid},
+                          .windowIDs = {31},
+                          .applications = {browserId, editorId},
+                          .ownProcessID = selfPid,
+                          .ownWindowIDs = own});
         row("allowed window shapes the dynamic frame", allow({editorId}, {draft}), 1, dynamic,
             sanitized,
-            u"sanitized:allowList:dynamic:1:2880x1800:apps[7]:windows[21,23]:"
-            "88.00,88.00,624.00,424.00"_s,
+            "sanitized:allowList:dynamic:D1:apps[7]:windows[21,23]:88.00,88.00,624.00,424.00",
             {21});
         row("allow two apps, dynamic", allow({browserId, mailId}), 1, dynamic, sanitized,
-            u"sanitized:allowList:dynamic:1:2880x1800:apps[8,9,10]:windows[31,41,42]:"
-            "38.00,188.00,1274.00,712.00"_s,
+            "sanitized:allowList:dynamic:D1:apps[8,9,10]:windows[31,41,42]:38.00,188.00,1274.00,"
+            "712.00",
             {31, 41, 42});
         row("not running, window elsewhere",
             allow({ghostId}, {WindowIdentity(editorId, u"Notes"_s, 22u)}), 1, screen, sanitized,
-            u"nothingSelected"_s, {});
-        row("own application only", allow({selfId}), 1, screen, sanitized, u"nothingSelected"_s,
-            {});
+            "nothingSelected", {});
+        row("own application only", allow({selfId}), 1, screen, sanitized, "nothingSelected", {});
         row("own window by title", allow({}, {WindowIdentity(selfId, u"Vistrel"_s, std::nullopt)}),
-            1, screen, sanitized, u"nothingSelected"_s, {});
+            1, screen, sanitized, "nothingSelected", {});
         row("running app without windows here", allow({terminalId}), 1, screen, sanitized,
-            u"sanitized:allowList:screen:1:2880x1800:apps[11]:windows[]:"
-            "0.00,25.00,1440.00,875.00"_s,
-            {});
+            "sanitized:allowList:screen:D1:apps[11]:windows[]:U1", {});
         row("window alone, by title",
             allow({}, {WindowIdentity(mailId, u" inbox "_s, std::nullopt)}), 1, screen, sanitized,
-            u"sanitized:allowList:screen:1:2880x1800:apps[]:windows[31]:"
-            "0.00,25.00,1440.00,875.00"_s,
-            {31});
+            "sanitized:allowList:screen:D1:apps[]:windows[31]:U1", {31});
         row("same processes by bundle and by name",
             allow({browserId, AppIdentity{std::nullopt, u"BROWSER"_s}}), 1, screen, sanitized,
-            u"sanitized:allowList:screen:1:2880x1800:apps[9,10]:windows[41,42]:"
-            "0.00,25.00,1440.00,875.00"_s,
-            {41, 42});
+            "sanitized:allowList:screen:D1:apps[9,10]:windows[41,42]:U1", {41, 42});
     }
 
     void plans()
@@ -209,8 +238,11 @@ private Q_SLOTS:
         QFETCH(OutputContentMode, contentMode);
         QFETCH(QString, expected);
         QFETCH(QList<quint32>, shown);
+        QFETCH(std::optional<ContentFilter>, filter);
+        QFETCH(qint32, self);
 
-        const CaptureBuildResult result = build(policy, display, frameMode, contentMode, scene);
+        const CaptureBuildResult result =
+            build(policy, display, frameMode, contentMode, scene, self);
         if (const auto* reason = std::get_if<OutputBlankReason>(&result)) {
             QCOMPARE(toString(*reason), expected);
             return;
@@ -224,14 +256,20 @@ private Q_SLOTS:
         QCOMPARE(plan.display.id, display);
         const QList<qint32>& pids = plan.filter.processIDs;
         QCOMPARE(QSet<qint32>(pids.begin(), pids.end()).size(), pids.size());
+        if (filter) {
+            ContentFilter sorted = plan.filter;
+            std::sort(sorted.processIDs.begin(), sorted.processIDs.end());
+            QCOMPARE(sorted, *filter);
+        }
 
         // Discovery order changes nothing.
         SimScene reversed = scene;
         std::reverse(reversed.windows.begin(), reversed.windows.end());
         std::reverse(reversed.applications.begin(), reversed.applications.end());
-        QCOMPARE(std::get<CapturePlan>(build(policy, display, frameMode, contentMode, reversed))
-                     .signature,
-                 expected);
+        QCOMPARE(
+            std::get<CapturePlan>(build(policy, display, frameMode, contentMode, reversed, self))
+                .signature,
+            expected);
 
         StreamConfiguration configuration;
         configuration.sourceRect = plan.sourceRect;
@@ -250,70 +288,6 @@ private Q_SLOTS:
             checked += shown.contains(window.windowID) ? 1 : 0;
         }
         QCOMPARE(checked, shown.size());
-    }
-
-    // Every form names Vistrel itself (its process, its window in the
-    // snapshot and the registry's window not yet discovered) and the rules'
-    // applications by identity.
-    void filtersNameVistrelAndTheRules_data()
-    {
-        QTest::addColumn<VisibilityPolicy>("policy");
-        QTest::addColumn<OutputContentMode>("contentMode");
-        QTest::addColumn<qint32>("self");
-        QTest::addColumn<ContentFilter>("expected");
-        using F = ContentFilterForm;
-        const QList<quint32> own{1, registryWindow};
-
-        QTest::newRow("full desktop")
-            << allow({editorId}) << OutputContentMode::fullDesktop << selfPid
-            << ContentFilter{.form = F::displayExcludingApplications,
-                             .displayID = 1,
-                             .processIDs = {selfPid},
-                             .includeMenuBar = true,
-                             .ownProcessID = selfPid,
-                             .ownWindowIDs = own};
-        // Without an own process in the snapshot, the plain form.
-        QTest::newRow("full desktop, own process not seen")
-            << block({mailId}) << OutputContentMode::fullDesktop << 998
-            << ContentFilter{.form = F::displayExcludingWindows,
-                             .displayID = 1,
-                             .includeMenuBar = true,
-                             .ownProcessID = 998,
-                             .ownWindowIDs = {registryWindow}};
-        QTest::newRow("block list")
-            << block({mailId, ghostId}, {draft}) << OutputContentMode::sanitized << selfPid
-            << ContentFilter{.form = F::displayExcludingApplications,
-                             .displayID = 1,
-                             .processIDs = {mailPid, selfPid},
-                             .windowIDs = {21},
-                             .includeMenuBar = true,
-                             .applications = {mailId, ghostId},
-                             .ownProcessID = selfPid,
-                             .ownWindowIDs = own};
-        QTest::newRow("allow list")
-            << allow({browserId, editorId}, {WindowIdentity(mailId, u"Inbox"_s, 31u), draft})
-            << OutputContentMode::sanitized << selfPid
-            << ContentFilter{.form = F::displayIncludingApplications,
-                             .displayID = 1,
-                             .processIDs = {editorPid, browserPid, secondBrowserPid},
-                             .windowIDs = {31},
-                             .applications = {browserId, editorId},
-                             .ownProcessID = selfPid,
-                             .ownWindowIDs = own};
-    }
-
-    void filtersNameVistrelAndTheRules()
-    {
-        QFETCH(VisibilityPolicy, policy);
-        QFETCH(OutputContentMode, contentMode);
-        QFETCH(qint32, self);
-        QFETCH(ContentFilter, expected);
-        const CaptureBuildResult result = builder.build(policy, 1u, catalogOf(scene, self), false,
-                                                        OutputFrameMode::screen, contentMode);
-        QVERIFY(std::holds_alternative<CapturePlan>(result));
-        ContentFilter filter = std::get<CapturePlan>(result).filter;
-        std::sort(filter.processIDs.begin(), filter.processIDs.end());
-        QCOMPARE(filter, expected);
     }
 
     void movingAWindowChangesOnlyTheDynamicRectangle()
@@ -337,13 +311,10 @@ private Q_SLOTS:
     {
         const ShareableDisplay display{4294967295u, u"Big"_s, QRectF(0, 0, 10, 10), QSizeF(10, 10),
                                        QSizeF(2879.9, 1799.5)};
-        QList<LiveApplication> apps{{30, {}, u"c"_s}, {-1, {}, u"a"_s}, {4, {}, u"b"_s}};
+        const QList<LiveApplication> apps{{30, {}, u"c"_s}, {-1, {}, u"a"_s}, {4, {}, u"b"_s}};
         QList<LiveWindow> windows;
-        for (quint32 id : {900u, 12u, 4000000000u}) {
-            LiveWindow w;
-            w.windowID = id;
-            windows.append(w);
-        }
+        for (quint32 id : {900u, 12u, 4000000000u})
+            windows.emplace_back().windowID = id;
         QCOMPARE(CaptureFilterBuilder::makeSignature(
                      QRectF(0.125, 1.005, 99.999, 2.5), OutputContentMode::sanitized,
                      VisibilityMode::blockList, OutputFrameMode::dynamic, display, apps, windows),
@@ -351,78 +322,70 @@ private Q_SLOTS:
                  "windows[12,900,4000000000]:0.12,1.00,100.00,2.50"_s);
     }
 
+    // On a display away from the origin: (1440, 100), 1000 x 800.
     void dynamicCropRect_data()
     {
-        QTest::addColumn<QRectF>("displayFrame");
         QTest::addColumn<QList<QRectF>>("frames");
-        QTest::addColumn<QList<bool>>("onScreen");
+        QTest::addColumn<QList<QRectF>>("offScreen"); // after the others
         QTest::addColumn<QRectF>("expected");
-        const QRectF right(1440, 100, 1000, 800); // a display away from the origin
-
-        QTest::newRow("padded") << right << QList{QRectF(1640, 300, 100, 50)} << QList{true}
-                                << QRectF(188, 188, 124, 74);
-        QTest::newRow("off-screen only falls back") << right << QList{QRectF(1640, 300, 100, 50)}
-                                                    << QList{false} << QRectF(0, 0, 1000, 800);
-        QTest::newRow("slivers fall back")
-            << right << QList{QRectF(1439, 300, 2, 50), QRectF(1600, 899, 80, 30)}
-            << QList{true, true} << QRectF(0, 0, 1000, 800);
-        QTest::newRow("no windows")
-            << right << QList<QRectF>{} << QList<bool>{} << QRectF(0, 0, 1000, 800);
-        QTest::newRow("edge clips the padding")
-            << right << QList{QRectF(1400, 50, 200, 200)} << QList{true} << QRectF(0, 0, 172, 162);
-        QTest::newRow("fractions become integral")
-            << right << QList{QRectF(1600.4, 300.6, 10.2, 10.2)} << QList{true}
-            << QRectF(148, 188, 35, 35);
-        QTest::newRow("union of two, one skipped")
-            << right
-            << QList{QRectF(1500, 200, 100, 100), QRectF(2200, 700, 100, 100),
-                     QRectF(1900, 150, 10, 10)}
-            << QList{true, true, false} << QRectF(48, 88, 824, 624);
+        const auto row = [](const char* name, const QList<QRectF>& frames, const QRectF& expected,
+                            const QList<QRectF>& offScreen = {}) {
+            QTest::newRow(name) << frames << offScreen << expected;
+        };
+        const QRectF whole(0, 0, 1000, 800);
+        row("padded", {QRectF(1640, 300, 100, 50)}, QRectF(188, 188, 124, 74));
+        row("off-screen only falls back", {}, whole, {QRectF(1640, 300, 100, 50)});
+        row("slivers fall back", {QRectF(1439, 300, 2, 50), QRectF(1600, 899, 80, 30)}, whole);
+        row("no windows", {}, whole);
+        row("edge clips the padding", {QRectF(1400, 50, 200, 200)}, QRectF(0, 0, 172, 162));
+        row("fractions become integral", {QRectF(1600.4, 300.6, 10.2, 10.2)},
+            QRectF(148, 188, 35, 35));
+        row("union of two, one skipped", {QRectF(1500, 200, 100, 100), QRectF(2200, 700, 100, 100)},
+            QRectF(48, 88, 824, 624), {QRectF(1900, 150, 10, 10)});
     }
 
     void dynamicCropRect()
     {
-        QFETCH(QRectF, displayFrame);
         QFETCH(QList<QRectF>, frames);
-        QFETCH(QList<bool>, onScreen);
+        QFETCH(QList<QRectF>, offScreen);
         QFETCH(QRectF, expected);
         QList<LiveWindow> windows;
-        for (qsizetype i = 0; i < frames.size(); ++i) {
-            LiveWindow w;
-            w.windowID = quint32(i + 1);
-            w.frame = frames[i];
-            w.isOnScreen = onScreen[i];
-            windows.append(w);
+        for (const QRectF& frame : frames + offScreen) {
+            LiveWindow& window = windows.emplace_back();
+            window.windowID = quint32(windows.size());
+            window.frame = frame;
+            window.isOnScreen = windows.size() <= frames.size();
         }
-        QCOMPARE(CaptureFilterBuilder::dynamicCropRect(displayOf(displayFrame), windows), expected);
+        QCOMPARE(
+            CaptureFilterBuilder::dynamicCropRect(displayOf(QRectF(1440, 100, 1000, 800)), windows),
+            expected);
     }
 
     void usableDisplayRectIsTopLeftAndLocal_data()
     {
-        QTest::addColumn<QList<ScreenInfo>>("layout");
+        QTest::addColumn<ScreenInfo>("screen");
         QTest::addColumn<QRectF>("expected");
-        const QRectF frame(1440, 100, 1000, 800);
-        QTest::newRow("panel on top and dock on the left")
-            << QList{ScreenInfo{7u, u"x"_s, frame, QRectF(1510, 125, 930, 775), 60}}
-            << QRectF(70, 25, 930, 775);
-        QTest::newRow("dock at the bottom")
-            << QList{ScreenInfo{7u, u"x"_s, frame, QRectF(1440, 100, 1000, 740), 60}}
-            << QRectF(0, 0, 1000, 740);
-        QTest::newRow("screen without id is skipped")
-            << QList{ScreenInfo{std::nullopt, u"x"_s, frame, QRectF(1440, 150, 1000, 750), 60}}
-            << QRectF(0, 0, 1000, 800);
-        QTest::newRow("other screen only")
-            << QList{ScreenInfo{8u, u"x"_s, frame, QRectF(1440, 150, 1000, 750), 60}}
-            << QRectF(0, 0, 1000, 800);
+        const auto row = [](const char* name, std::optional<quint32> id, const QRectF& visible,
+                            const QRectF& expected) {
+            QTest::newRow(name) << ScreenInfo{id, u"x"_s, QRectF(1440, 100, 1000, 800), visible}
+                                << expected;
+        };
+        row("panel on top and dock on the left", 7, QRectF(1510, 125, 930, 775),
+            QRectF(70, 25, 930, 775));
+        row("dock at the bottom", 7, QRectF(1440, 100, 1000, 740), QRectF(0, 0, 1000, 740));
+        row("screen without id is skipped", {}, QRectF(1440, 150, 1000, 750),
+            QRectF(0, 0, 1000, 800));
+        row("other screen only", 8, QRectF(1440, 150, 1000, 750), QRectF(0, 0, 1000, 800));
     }
 
     void usableDisplayRectIsTopLeftAndLocal()
     {
-        QFETCH(QList<ScreenInfo>, layout);
+        QFETCH(ScreenInfo, screen);
         QFETCH(QRectF, expected);
-        SimScreenProvider provider(layout);
-        const CaptureFilterBuilder local(provider);
-        QCOMPARE(local.usableDisplayRect(displayOf(QRectF(1440, 100, 1000, 800))), expected);
+        const SimScreenProvider provider({screen});
+        QCOMPARE(CaptureFilterBuilder(provider).usableDisplayRect(
+                     displayOf(QRectF(1440, 100, 1000, 800))),
+                 expected);
     }
 };
 

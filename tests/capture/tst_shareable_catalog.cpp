@@ -1,6 +1,8 @@
 #include "capture/ShareableCatalog.h"
 
 #include <QTest>
+#include <algorithm>
+#include <type_traits>
 
 using namespace vistrel;
 using namespace Qt::StringLiterals;
@@ -32,52 +34,35 @@ LiveDisplay display(quint32 id, QRectF frame)
         id, frame, frame.width(), frame.height(), frame.width() * 2, frame.height() * 2};
 }
 
-ShareableCatalog catalogOf(const ShareableContent& content, QSet<quint32> own = {},
-                           std::optional<QString> selfBundle = u"org.vistrel"_s,
-                           QList<ScreenInfo> screens = {})
+// On two displays side by side: 1 at (0,0) and 2 at (1000,0), both 1000 x 800.
+ShareableCatalog catalogOf(QList<LiveApplication> apps, QList<LiveWindow> windows,
+                           QSet<quint32> own = {},
+                           std::optional<QString> selfBundle = u"org.vistrel"_s)
 {
-    return ShareableCatalog::fromContent(content, selfPid, selfBundle, own, screens);
+    const ShareableContent content{
+        {display(2, QRectF(1000, 0, 1000, 800)), display(1, QRectF(0, 0, 1000, 800))},
+        std::move(apps),
+        std::move(windows)};
+    return ShareableCatalog::fromContent(content, selfPid, selfBundle, own, {});
 }
 
-QList<quint32> ids(const QList<LiveWindow>& windows)
+// What names each item of a list: window ids, process ids, application names.
+template<class T> auto ids(const QList<T>& items)
 {
-    QList<quint32> result;
-    for (const LiveWindow& w : windows)
-        result.append(w.windowID);
+    const auto id = [](const T& item) {
+        if constexpr (std::is_same_v<T, LiveWindow>)
+            return item.windowID;
+        else if constexpr (std::is_same_v<T, ShareableWindow>)
+            return item.id;
+        else if constexpr (std::is_same_v<T, LiveApplication>)
+            return item.processID;
+        else
+            return item.applicationName;
+    };
+    QList<std::invoke_result_t<decltype(id), const T&>> result;
+    for (const T& item : items)
+        result.append(id(item));
     return result;
-}
-
-QList<quint32> ids(const QList<ShareableWindow>& windows)
-{
-    QList<quint32> result;
-    for (const ShareableWindow& w : windows)
-        result.append(w.id);
-    return result;
-}
-
-QStringList names(const QList<ShareableApp>& apps)
-{
-    QStringList result;
-    for (const ShareableApp& a : apps)
-        result.append(a.applicationName);
-    return result;
-}
-
-QList<qint32> pids(const QList<LiveApplication>& apps)
-{
-    QList<qint32> result;
-    for (const LiveApplication& a : apps)
-        result.append(a.processID);
-    return result;
-}
-
-// Two displays side by side: 1 at (0,0) and 2 at (1000,0), both 1000 x 800.
-ShareableContent twoDisplays()
-{
-    ShareableContent content;
-    content.displays = {display(2, QRectF(1000, 0, 1000, 800)),
-                        display(1, QRectF(0, 0, 1000, 800))};
-    return content;
 }
 
 } // namespace
@@ -91,103 +76,93 @@ private Q_SLOTS:
         const LiveApplication self = app(selfPid, u"Vistrel"_s, u"org.vistrel"_s);
         const LiveApplication helper = app(101, u"Vistrel Helper"_s, u"org.vistrel"_s);
         const LiveApplication editor = app(7, u"Editor"_s, u"org.editor"_s);
-        ShareableContent content = twoDisplays();
-        content.applications = {editor, self, helper};
-        content.windows = {
+        const QList<LiveWindow> windows{
             window(1, self, u"Control"_s),
             window(2, helper, u"Helper"_s),     // same bundle, other process
             window(3, editor, u"Registered"_s), // a number the registry knows
             window(4, editor, u"Letter"_s),
             window(5, std::nullopt, u"Ownerless"_s),
         };
-        const ShareableCatalog catalog = catalogOf(content, {3});
+        const ShareableCatalog catalog = catalogOf({editor, self, helper}, windows, {3});
         QCOMPARE(ids(catalog.selfWindows), (QList<quint32>{1, 2, 3}));
         QCOMPARE(ids(catalog.liveWindows), QList<quint32>{4});
-        QCOMPARE(pids(catalog.selfApplications), (QList<qint32>{selfPid, 101}));
-        QCOMPARE(pids(catalog.liveApplications), (QList<qint32>{7, selfPid, 101}));
-        QCOMPARE(names(catalog.applications), QStringList{u"Editor"_s});
+        QCOMPARE(ids(catalog.selfApplications), (QList<qint32>{selfPid, 101}));
+        QCOMPARE(ids(catalog.liveApplications), (QList<qint32>{7, selfPid, 101}));
+        QCOMPARE(ids(catalog.applications), QStringList{u"Editor"_s});
         QCOMPARE(ids(catalog.applications.first().windows), QList<quint32>{4});
 
         // Without a bundle identifier of our own, the helper is somebody else.
-        const ShareableCatalog noBundle = catalogOf(content, {}, std::nullopt);
+        const ShareableCatalog noBundle =
+            catalogOf({editor, self, helper}, windows, {}, std::nullopt);
         QCOMPARE(ids(noBundle.selfWindows), QList<quint32>{1});
-        QCOMPARE(pids(noBundle.selfApplications), QList<qint32>{selfPid});
+        QCOMPARE(ids(noBundle.selfApplications), QList<qint32>{selfPid});
         QCOMPARE(ids(noBundle.liveWindows), (QList<quint32>{2, 3, 4}));
     }
 
-    void onlyNormalOwnedWindowsAreLive()
-    {
-        const LiveApplication panel = app(8, u"Panel"_s);
-        ShareableContent content = twoDisplays();
-        content.applications = {panel};
-        LiveWindow dock = window(1, panel, u"Dock"_s);
-        dock.windowLayer = 20;
-        LiveWindow below = window(2, panel, u"Desktop"_s);
-        below.windowLayer = -1;
-        content.windows = {dock, below, window(3, std::nullopt, u"Orphan"_s)};
-        const ShareableCatalog catalog = catalogOf(content);
-        QVERIFY(catalog.liveWindows.isEmpty());
-        QVERIFY(catalog.applications.isEmpty());
-    }
-
-    void placeholderWindowsDoNotMakeAnApplication_data()
+    // One application's windows: which are live, which are offered and in
+    // what order (active, then on screen, then by title), carried over as
+    // reported.
+    void offeredWindows_data()
     {
         QTest::addColumn<QList<LiveWindow>>("windows");
-        QTest::addColumn<QList<quint32>>("offered");
+        QTest::addColumn<QList<quint32>>("offered"); // empty: no application offered
+        QTest::addColumn<int>("live");               // -1: every window
+        const auto row = [](const char* name, const QList<LiveWindow>& windows,
+                            const QList<quint32>& offered, int live = -1) {
+            QTest::newRow(name) << windows << offered << live;
+        };
         const LiveApplication a = app(9, u"Tool"_s);
         LiveWindow offBlank = window(2, a, u"  \n"_s);
         offBlank.isOnScreen = false;
         LiveWindow offAbsent = window(3, a, std::nullopt);
         offAbsent.isOnScreen = false;
-        LiveWindow offTitled = window(4, a, u"Saved"_s);
+        LiveWindow offTitled = window(4, a, u"Alpha"_s);
         offTitled.isOnScreen = false;
-        QTest::newRow("window titles in any case")
-            << QList{window(1, a, u"window"_s), window(5, a, u" WINDOW\n"_s),
-                     window(6, a, u"Window"_s)}
-            << QList<quint32>{};
-        QTest::newRow("blank off-screen") << QList{offBlank, offAbsent} << QList<quint32>{};
-        QTest::newRow("on-screen untitled is kept")
-            << QList{window(7, a, std::nullopt), offBlank} << QList<quint32>{7};
-        QTest::newRow("titled off-screen is kept, after on-screen")
-            << QList{offTitled, window(8, a, u"window"_s), window(9, a, u"Zeta"_s)}
-            << QList<quint32>{9, 4};
-        QTest::newRow("title containing window is a real title")
-            << QList{window(10, a, u"Window 2"_s)} << QList<quint32>{10};
+        LiveWindow active = window(1, a, u"zulu"_s);
+        active.isActive = true;
+        LiveWindow dock = window(11, a, u"Dock"_s);
+        dock.windowLayer = 20;
+        LiveWindow below = window(12, a, u"Desktop"_s);
+        below.windowLayer = -1;
+
+        row("only normal owned windows are live", {dock, below, window(13, std::nullopt)}, {}, 0);
+        row("window titles in any case",
+            {window(1, a, u"window"_s), window(5, a, u" WINDOW\n"_s), window(6, a, u"Window"_s)},
+            {});
+        row("blank off-screen", {offBlank, offAbsent}, {});
+        row("on-screen untitled is kept", {window(7, a, std::nullopt), offBlank}, {7});
+        row("titled off-screen is kept, after on-screen",
+            {offTitled, window(8, a, u"window"_s), window(9, a, u"Zeta"_s)}, {9, 4});
+        row("title containing window is a real title", {window(10, a, u"Window 2"_s)}, {10});
+        // Untitled sorts first among equals: the empty title.
+        row("active, then on screen, then title",
+            {window(3, a, u"  charlie"_s), offTitled, window(5, a, u"Bravo"_s), active,
+             window(6, a, std::nullopt)},
+            {1, 6, 5, 3, 4});
     }
 
-    void placeholderWindowsDoNotMakeAnApplication()
+    void offeredWindows()
     {
         QFETCH(QList<LiveWindow>, windows);
         QFETCH(QList<quint32>, offered);
-        ShareableContent content = twoDisplays();
-        content.applications = {app(9, u"Tool"_s)};
-        content.windows = windows;
-        const ShareableCatalog catalog = catalogOf(content);
-        QCOMPARE(catalog.liveWindows.size(), windows.size());
+        QFETCH(int, live);
+        const ShareableCatalog catalog = catalogOf({app(9, u"Tool"_s)}, windows);
+        QCOMPARE(catalog.liveWindows.size(), live < 0 ? windows.size() : live);
         if (offered.isEmpty()) {
             QVERIFY(catalog.applications.isEmpty());
-        } else {
-            QCOMPARE(catalog.applications.size(), 1);
-            QCOMPARE(ids(catalog.applications.first().windows), offered);
+            return;
         }
-    }
-
-    void windowsSortActiveThenOnScreenThenTitle()
-    {
-        const LiveApplication a = app(9, u"Tool"_s);
-        LiveWindow active = window(1, a, u"zulu"_s);
-        active.isActive = true;
-        LiveWindow off = window(2, a, u"Alpha"_s);
-        off.isOnScreen = false;
-        ShareableContent content = twoDisplays();
-        content.applications = {a};
-        content.windows = {window(3, a, u"  charlie"_s), off, window(4, a, u"Bravo"_s), active,
-                           window(5, a, std::nullopt)};
-        const ShareableCatalog catalog = catalogOf(content);
-        // Untitled sorts first among equals: the empty title.
-        QCOMPARE(ids(catalog.applications.first().windows), (QList<quint32>{1, 5, 4, 3, 2}));
-        // Titles are kept as reported, not trimmed.
-        QCOMPARE(catalog.applications.first().windows[3].title, u"  charlie"_s);
+        QCOMPARE(catalog.applications.size(), 1);
+        QCOMPARE(ids(catalog.applications.first().windows), offered);
+        // Titles untrimmed, and the state as the snapshot reported it.
+        for (const ShareableWindow& shown : catalog.applications.first().windows) {
+            const LiveWindow& source = *std::find_if(
+                windows.cbegin(), windows.cend(), [&](auto& w) { return w.windowID == shown.id; });
+            QCOMPARE(shown.title, source.title.value_or(QString()));
+            QCOMPARE(shown.frame, source.frame);
+            QCOMPARE(shown.isOnScreen, source.isOnScreen);
+            QCOMPARE(shown.isActive, source.isActive);
+        }
     }
 
     void groupingUsesTheTrimmedIdentity()
@@ -197,12 +172,10 @@ private Q_SLOTS:
         const LiveApplication blankBundle = app(13, u"Term"_s, u"   "_s);
         const LiveApplication noBundle = app(14, u"Term"_s);
         const LiveApplication otherCase = app(15, u"term"_s);
-        ShareableContent content = twoDisplays();
-        content.applications = {first, second, blankBundle, noBundle, otherCase};
-        content.windows = {window(1, second, u"B"_s), window(2, first, u"A"_s),
-                           window(3, blankBundle, u"t1"_s), window(4, noBundle, u"t2"_s),
-                           window(5, otherCase, u"t3"_s)};
-        const ShareableCatalog catalog = catalogOf(content);
+        const ShareableCatalog catalog = catalogOf(
+            {first, second, blankBundle, noBundle, otherCase},
+            {window(1, second, u"B"_s), window(2, first, u"A"_s), window(3, blankBundle, u"t1"_s),
+             window(4, noBundle, u"t2"_s), window(5, otherCase, u"t3"_s)});
         QCOMPARE(catalog.applications.size(), 3);
 
         const ShareableApp& notes = catalog.applications[0];
@@ -222,13 +195,10 @@ private Q_SLOTS:
         QCOMPARE(catalog.applications[2].processID, 15);
 
         // An owner without a bundle identifier still yields a present, empty one.
-        const ShareableCatalog single = [&] {
-            ShareableContent c = twoDisplays();
-            c.applications = {noBundle};
-            c.windows = {window(4, noBundle, u"t2"_s)};
-            return catalogOf(c);
-        }();
-        QCOMPARE(single.applications.first().bundleIdentifier, QString());
+        QCOMPARE(catalogOf({noBundle}, {window(4, noBundle, u"t2"_s)})
+                     .applications.first()
+                     .bundleIdentifier,
+                 QString());
     }
 
     void applicationsSortActiveFirstThenByName()
@@ -240,12 +210,11 @@ private Q_SLOTS:
         const LiveApplication unknown = app(5, u"Unknown App"_s);
         LiveWindow zedWindow = window(1, zed, u"z"_s);
         zedWindow.isActive = true;
-        ShareableContent content = twoDisplays();
-        content.applications = {zed, beta, alpha, nameless, unknown};
-        content.windows = {window(2, beta, u"b"_s), window(3, alpha, u"a"_s),
-                           window(4, nameless, u"n"_s), window(5, unknown, u"u"_s), zedWindow};
-        const ShareableCatalog catalog = catalogOf(content);
-        QCOMPARE(names(catalog.applications), (QStringList{u"zed"_s, u"alpha"_s, u"Beta"_s}));
+        const ShareableCatalog catalog =
+            catalogOf({zed, beta, alpha, nameless, unknown},
+                      {window(2, beta, u"b"_s), window(3, alpha, u"a"_s),
+                       window(4, nameless, u"n"_s), window(5, unknown, u"u"_s), zedWindow});
+        QCOMPARE(ids(catalog.applications), (QStringList{u"zed"_s, u"alpha"_s, u"Beta"_s}));
         QCOMPARE(catalog.liveWindows.size(), 5);
     }
 
@@ -255,17 +224,10 @@ private Q_SLOTS:
         content.displays = {display(30, QRectF(1000, 500, 800, 600)),
                             display(10, QRectF(1000, -400, 800, 400)),
                             display(20, QRectF(-800, 0, 800, 600))};
-        const QList<ScreenInfo> screens = {
-            ScreenInfo{.displayID = 10,
-                       .localizedName = u"DELL U2720Q"_s,
-                       .frame = {},
-                       .visibleFrame = {}},
-            ScreenInfo{.displayID = std::nullopt,
-                       .localizedName = u"Stray"_s,
-                       .frame = {},
-                       .visibleFrame = {}},
-        };
-        const ShareableCatalog catalog = catalogOf(content, {}, std::nullopt, screens);
+        const QList<ScreenInfo> screens{{10, u"DELL U2720Q"_s, {}, {}},
+                                        {std::nullopt, u"Stray"_s, {}, {}}};
+        const ShareableCatalog catalog =
+            ShareableCatalog::fromContent(content, selfPid, std::nullopt, {}, screens);
         QCOMPARE(catalog.displays.size(), 3);
         QCOMPARE(catalog.displays[0].id, 20u);
         QCOMPARE(catalog.displays[1].id, 10u); // same x: top first
@@ -300,117 +262,88 @@ private Q_SLOTS:
         QFETCH(QRectF, frame);
         QFETCH(std::optional<quint32>, displayID);
         QFETCH(bool, expected);
-        const ShareableCatalog catalog = catalogOf(twoDisplays());
-        QCOMPARE(catalog.intersectsDisplay(frame, displayID), expected);
+        QCOMPARE(catalogOf({}, {}).intersectsDisplay(frame, displayID), expected);
     }
 
-    // On one display: only the windows there, and sorted by name again
-    // (Both is first overall only because it is active).
-    void applicationsOnDisplayKeepOnlyTheirWindowsThere()
-    {
-        const LiveApplication left = app(1, u"Left"_s);
-        const LiveApplication both = app(2, u"Both"_s);
-        const LiveApplication ant = app(3, u"ant"_s);
-        ShareableContent content = twoDisplays();
-        content.applications = {left, both, ant};
-        LiveWindow activeRight = window(4, both, u"r"_s, QRectF(1200, 10, 100, 100));
-        activeRight.isActive = true;
-        content.windows = {window(1, left, u"l"_s), window(3, both, u"l"_s), activeRight,
-                           window(5, ant, u"a"_s)};
-        const ShareableCatalog catalog = catalogOf(content);
-        QCOMPARE(names(catalog.applications), (QStringList{u"Both"_s, u"ant"_s, u"Left"_s}));
-
-        const QList<ShareableApp> onOne = catalog.applicationsOnDisplay(1u);
-        QCOMPARE(names(onOne), (QStringList{u"ant"_s, u"Both"_s, u"Left"_s}));
-        QCOMPARE(ids(onOne[1].windows), QList<quint32>{3});
-        const QList<ShareableApp> onTwo = catalog.applicationsOnDisplay(2u);
-        QCOMPARE(names(onTwo), QStringList{u"Both"_s});
-        QCOMPARE(ids(onTwo[0].windows), QList<quint32>{4});
-        QCOMPARE(catalog.applicationsOnDisplay(std::nullopt), catalog.applications);
-        QCOMPARE(catalog.applicationsOnDisplay(99u), catalog.applications);
-    }
-
-    void runningApplicationsMatchEachProcessOnce()
-    {
-        ShareableContent content = twoDisplays();
-        content.applications = {app(1, u"Browser"_s, u"org.browser"_s),
-                                app(2, u"Browser"_s, u"org.browser"_s), app(3, u"mail"_s),
-                                app(4, u"Shell"_s, u"Org.Shell"_s)};
-        const ShareableCatalog catalog = catalogOf(content);
-        const AppIdentity byBundle{u"org.browser"_s, u"Whatever"_s};
-        const AppIdentity byName{std::nullopt, u"BROWSER"_s};
-        const AppIdentity mail{std::nullopt, u"Mail"_s};
-        const AppIdentity wrongCase{u"org.shell"_s, u"Shell"_s};
-        QCOMPARE(pids(catalog.runningApplications({mail, byBundle, byName})),
-                 (QList<qint32>{3, 1, 2}));
-        QCOMPARE(pids(catalog.runningApplications({byName})), (QList<qint32>{1, 2}));
-        QVERIFY(catalog.runningApplications({wrongCase}).isEmpty());
-        QVERIFY(catalog.runningApplications({}).isEmpty());
-    }
-
-    void liveWindowsForWindowPrefersTheRememberedNumber()
+    // The lookups the filter builder and the source list make, on one
+    // snapshot: Editor on both displays, Mail active on display 2.
+    void queries()
     {
         const LiveApplication editor = app(7, u"Editor"_s, u"org.editor"_s);
-        ShareableContent content = twoDisplays();
-        content.applications = {editor};
-        content.windows = {
-            window(1, editor, u" Report \n"_s),
-            window(2, editor, u"report"_s, QRectF(1100, 10, 200, 100)),
-            window(3, editor, u"Report"_s),
-            window(4, editor, u"Other"_s),
-        };
-        const ShareableCatalog catalog = catalogOf(content);
-        const AppIdentity identity{u"org.editor"_s, u"Editor"_s};
+        const LiveApplication mail = app(8, u"Mail"_s);
+        const LiveApplication ant = app(9, u"ant"_s);
+        const QRectF right(1100, 10, 200, 100);
+        LiveWindow activeRight = window(6, mail, u"Doc"_s, right);
+        activeRight.isActive = true;
+        const ShareableCatalog catalog =
+            catalogOf({editor, mail, ant, app(1, u"Browser"_s, u"org.browser"_s),
+                       app(2, u"Browser"_s, u"org.browser"_s), app(4, u"Shell"_s, u"Org.Shell"_s)},
+                      {window(1, editor, u" Report \n"_s), window(2, editor, u"report"_s, right),
+                       window(3, editor, u"Report"_s), window(4, editor, u"Other"_s),
+                       window(5, mail), activeRight, window(7, ant, u"a"_s)});
+        const AppIdentity editorIdentity{u"org.editor"_s, u"Editor"_s};
+        const AppIdentity mailByName{std::nullopt, u"MAIL"_s};
 
-        // Remembered window now on display 2: nothing on display 1, no title fallback.
-        QVERIFY(catalog.liveWindowsForWindow({identity, u"Report"_s, 2u}, 1u).isEmpty());
-        QCOMPARE(ids(catalog.liveWindowsForWindow({identity, u"Report"_s, 2u}, 2u)),
-                 QList<quint32>{2});
-        QCOMPARE(ids(catalog.liveWindowsForWindow({identity, u"Zzz"_s, 4u}, std::nullopt)),
-                 QList<quint32>{4});
+        // On one display: only the windows there, and sorted by name again
+        // (Mail is first overall only because of its window on display 2).
+        QCOMPARE(ids(catalog.applications), (QStringList{u"Mail"_s, u"ant"_s, u"Editor"_s}));
+        const QList<ShareableApp> onOne = catalog.applicationsOnDisplay(1u);
+        QCOMPARE(ids(onOne), (QStringList{u"ant"_s, u"Editor"_s, u"Mail"_s}));
+        QCOMPARE(ids(onOne[1].windows), (QList<quint32>{4, 1, 3}));
+        const QList<ShareableApp> onTwo = catalog.applicationsOnDisplay(2u);
+        QCOMPARE(ids(onTwo), (QStringList{u"Mail"_s, u"Editor"_s}));
+        QCOMPARE(ids(onTwo[0].windows), QList<quint32>{6});
+        QCOMPARE(catalog.applicationsOnDisplay(std::nullopt), catalog.applications);
+        QCOMPARE(catalog.applicationsOnDisplay(99u), catalog.applications);
+
+        // Each process once, in identity order; a bundle matches exactly, a
+        // name ignoring case.
+        const AppIdentity byBundle{u"org.browser"_s, u"Whatever"_s};
+        const AppIdentity byName{std::nullopt, u"BROWSER"_s};
+        QCOMPARE(ids(catalog.runningApplications({mailByName, byBundle, byName})),
+                 (QList<qint32>{8, 1, 2}));
+        QCOMPARE(ids(catalog.runningApplications({byName})), (QList<qint32>{1, 2}));
+        QVERIFY(catalog.runningApplications({{u"org.shell"_s, u"Shell"_s}}).isEmpty());
+        QVERIFY(catalog.runningApplications({}).isEmpty());
+
+        QCOMPARE(ids(catalog.liveWindowsForApplication(editorIdentity, 1u)),
+                 (QList<quint32>{1, 3, 4}));
+        QCOMPARE(ids(catalog.liveWindowsForApplication(editorIdentity, std::nullopt)),
+                 (QList<quint32>{1, 2, 3, 4}));
+        QCOMPARE(ids(catalog.liveWindowsForApplication(mailByName, 1u)), QList<quint32>{5});
+
+        QCOMPARE(ids(catalog.visibleWindows(1u, {}, {})), (QList<quint32>{1, 3, 4, 5, 7}));
+        QCOMPARE(ids(catalog.visibleWindows(1u, {window(5, mail)}, {editor})), QList<quint32>{7});
+        QCOMPARE(ids(catalog.visibleWindows(std::nullopt, {}, {mail})),
+                 (QList<quint32>{1, 2, 3, 4, 7}));
+
+        // A window by its remembered number first: when that one is now on
+        // display 2, nothing on display 1, and no title fallback.
+        const auto forWindow = [&](const QString& title, std::optional<quint32> number,
+                                   std::optional<quint32> display) {
+            return ids(catalog.liveWindowsForWindow({editorIdentity, title, number}, display));
+        };
+        QVERIFY(forWindow(u"Report"_s, 2u, 1u).isEmpty());
+        QCOMPARE(forWindow(u"Report"_s, 2u, 2u), QList<quint32>{2});
+        QCOMPARE(forWindow(u"Zzz"_s, 4u, std::nullopt), QList<quint32>{4});
         // Gone number, or none: title match, trimmed and ignoring case, on the display.
-        QCOMPARE(ids(catalog.liveWindowsForWindow({identity, u"  REPORT"_s, 99u}, 1u)),
-                 (QList<quint32>{1, 3}));
-        QCOMPARE(
-            ids(catalog.liveWindowsForWindow({identity, u"report"_s, std::nullopt}, std::nullopt)),
-            (QList<quint32>{1, 2, 3}));
+        QCOMPARE(forWindow(u"  REPORT"_s, 99u, 1u), (QList<quint32>{1, 3}));
+        QCOMPARE(forWindow(u"report"_s, std::nullopt, std::nullopt), (QList<quint32>{1, 2, 3}));
         const AppIdentity stranger{u"org.other"_s, u"Editor"_s};
         QVERIFY(catalog.liveWindowsForWindow({stranger, u"Report"_s, std::nullopt}, 1u).isEmpty());
     }
 
-    void liveWindowsForApplicationAndVisibleWindows()
-    {
-        const LiveApplication editor = app(7, u"Editor"_s, u"org.editor"_s);
-        const LiveApplication mail = app(8, u"Mail"_s);
-        ShareableContent content = twoDisplays();
-        content.applications = {editor, mail};
-        content.windows = {window(1, editor), window(2, mail),
-                           window(3, editor, u"r"_s, QRectF(1100, 0, 50, 50)), window(4, mail)};
-        const ShareableCatalog catalog = catalogOf(content);
-        const AppIdentity editorIdentity{u"org.editor"_s, u"Editor"_s};
-        QCOMPARE(ids(catalog.liveWindowsForApplication(editorIdentity, 1u)), QList<quint32>{1});
-        QCOMPARE(ids(catalog.liveWindowsForApplication(editorIdentity, std::nullopt)),
-                 (QList<quint32>{1, 3}));
-        QCOMPARE(ids(catalog.liveWindowsForApplication({std::nullopt, u"MAIL"_s}, 1u)),
-                 (QList<quint32>{2, 4}));
-
-        QCOMPARE(ids(catalog.visibleWindows(1u, {}, {})), (QList<quint32>{1, 2, 4}));
-        QCOMPARE(ids(catalog.visibleWindows(1u, {window(2, mail)}, {editor})), QList<quint32>{4});
-        QCOMPARE(ids(catalog.visibleWindows(std::nullopt, {}, {mail})), (QList<quint32>{1, 3}));
-    }
-
     void emptyCatalogIsEmpty()
     {
-        const ShareableCatalog catalog = ShareableCatalog::empty();
-        QVERIFY(catalog.displays.isEmpty() && catalog.applications.isEmpty() &&
-                catalog.liveDisplaysByID.isEmpty() && catalog.liveWindows.isEmpty());
-        // An empty snapshot still knows who Vistrel is.
-        ShareableCatalog fromNothing = catalogOf(ShareableContent{});
-        QVERIFY(fromNothing.selfProcessID != 0);
+        QCOMPARE(ShareableCatalog::empty(), ShareableCatalog{});
+        // An empty snapshot still knows who Vistrel is, and holds nothing else.
+        ShareableCatalog fromNothing =
+            ShareableCatalog::fromContent({}, selfPid, std::nullopt, {4, 2}, {});
+        QCOMPARE(fromNothing.selfProcessID, selfPid);
+        QCOMPARE(fromNothing.ownWindowNumbers, (QList<quint32>{2, 4}));
         fromNothing.selfProcessID = 0;
         fromNothing.ownWindowNumbers.clear();
-        QCOMPARE(catalog, fromNothing);
-        QVERIFY(catalogOf(twoDisplays()) != catalog);
+        QCOMPARE(fromNothing, ShareableCatalog::empty());
     }
 };
 

@@ -16,13 +16,39 @@ class MainViewModelTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void constructionLoadsStateAndFetchesNothing()
+    // Before start() the state file is loaded and the engine's canvas set
+    // from it, and nothing is fetched. A catalog that arrives anyway updates
+    // the lists and validates the selection, but captures and saves nothing.
+    void beforeStartNothingIsFetchedCapturedOrSaved_data()
     {
-        CoordinationRig rig;
+        QTest::addColumn<std::optional<quint32>>("stored");
+        QTest::addColumn<bool>("noDisplays");
+        QTest::addColumn<std::optional<quint32>>("expected");
+
+        QTest::newRow("still there")
+            << std::optional(scene::rightDisplay) << false << std::optional(scene::rightDisplay);
+        QTest::newRow("gone: first display")
+            << std::optional<quint32>(77) << false << std::optional(scene::leftDisplay);
+        QTest::newRow("none: first display")
+            << std::optional<quint32>() << false << std::optional(scene::leftDisplay);
+        QTest::newRow("no displays at all")
+            << std::optional(scene::rightDisplay) << true << std::optional<quint32>();
+    }
+
+    void beforeStartNothingIsFetchedCapturedOrSaved()
+    {
+        QFETCH(std::optional<quint32>, stored);
+        QFETCH(bool, noDisplays);
+        QFETCH(std::optional<quint32>, expected);
+
+        SimScene sceneData = standardScene();
+        if (noDisplays)
+            sceneData.displays.clear();
+        CoordinationRig rig(sceneData);
         PersistedAppState state;
         state.configuration.policy.activeRules().applications.insert(
             AppIdentity{u"org.example.mail"_s, u"Mail"_s});
-        state.configuration.selectedDisplayID = scene::rightDisplay;
+        state.configuration.selectedDisplayID = stored;
         state.isAlwaysOnTop = false;
         state.configuration.outputFrameMode = OutputFrameMode::dynamic;
         state.configuration.canvasBackground.mode = CanvasBackgroundMode::white;
@@ -36,17 +62,34 @@ private Q_SLOTS:
         QVERIFY(!model.hasStarted());
         QVERIFY(!model.isPanicHidden());
         QCOMPARE(model.permissionState(), ScreenRecordingPermissionState::granted);
-        // The engine's canvas is configured from the loaded state at once.
         QCOMPARE(rig.engine.canvasBackgroundColor(), QColor(Qt::white));
-
+        const quint64 file = fileInode(rig.stateFilePath());
         rig.runJobs();
         QTest::qWait(50);
         QCOMPARE(rig.backend.contentRequestCount(), 0);
         QVERIFY(!rig.discovery.isAutoRefreshing());
+        QVERIFY(!model.hasPendingSave());
+
+        QSignalSpy displaysSpy(&model, &MainViewModel::displaysChanged);
+        rig.discovery.refreshOnce();
+        QVERIFY(noDisplays || displaysSpy.wait(3000));
+        QTest::qWait(noDisplays ? 200 : 0);
+        settle();
+        QCOMPARE(model.selectedDisplayID(), expected);
+        QCOMPARE(model.displays().size(), sceneData.displays.size());
+        QVERIFY(!model.hasPendingCaptureUpdate());
+        QVERIFY(!model.hasPendingSave());
+        if (!noDisplays) {
+            QVERIFY(!model.appListViewModel()->allApplications().isEmpty());
+            QCOMPARE(model.appListViewModel()->allApplications(),
+                     rig.discovery.catalog().applicationsOnDisplay(expected));
+        }
+        rig.runJobs();
+        QCOMPARE(fileInode(rig.stateFilePath()), file);
+        QCOMPARE(rig.savedState().configuration.selectedDisplayID, stored);
         QCOMPARE(rig.builderScreens.reads(), 0);
         QCOMPARE(rig.engine.streamStatus(), StreamStatus::idle());
         QCOMPARE(rig.backend.streamCalls().total(), 0);
-        QVERIFY(!model.hasPendingSave());
     }
 
     void burstOfTogglesGivesOneUpdateAndOneSave()
@@ -191,59 +234,6 @@ private Q_SLOTS:
         QCOMPARE(model.selectedDisplayID(), std::optional(scene::leftDisplay));
     }
 
-    void catalogValidatesTheSelectionWithoutSaving_data()
-    {
-        QTest::addColumn<std::optional<quint32>>("stored");
-        QTest::addColumn<bool>("noDisplays");
-        QTest::addColumn<std::optional<quint32>>("expected");
-
-        QTest::newRow("still there")
-            << std::optional(scene::rightDisplay) << false << std::optional(scene::rightDisplay);
-        QTest::newRow("gone: first display")
-            << std::optional<quint32>(77) << false << std::optional(scene::leftDisplay);
-        QTest::newRow("none: first display")
-            << std::optional<quint32>() << false << std::optional(scene::leftDisplay);
-        QTest::newRow("no displays at all")
-            << std::optional(scene::rightDisplay) << true << std::optional<quint32>();
-    }
-
-    void catalogValidatesTheSelectionWithoutSaving()
-    {
-        QFETCH(std::optional<quint32>, stored);
-        QFETCH(bool, noDisplays);
-        QFETCH(std::optional<quint32>, expected);
-
-        SimScene sceneData = standardScene();
-        if (noDisplays)
-            sceneData.displays.clear();
-        CoordinationRig rig(sceneData);
-        PersistedAppState state;
-        state.configuration.selectedDisplayID = stored;
-        rig.writeState(state);
-        MainViewModel& model = rig.makeMainViewModel();
-        const quint64 file = fileInode(rig.stateFilePath());
-
-        // Before start() a catalog still updates the lists, but captures nothing.
-        QSignalSpy displaysSpy(&model, &MainViewModel::displaysChanged);
-        rig.discovery.refreshOnce();
-        QVERIFY(noDisplays || displaysSpy.wait(3000));
-        QTest::qWait(noDisplays ? 200 : 0);
-        settle();
-        QCOMPARE(model.selectedDisplayID(), expected);
-        QCOMPARE(model.displays().size(), sceneData.displays.size());
-        QVERIFY(!model.hasPendingCaptureUpdate());
-        QVERIFY(!model.hasPendingSave());
-        if (!noDisplays) {
-            QVERIFY(!model.appListViewModel()->allApplications().isEmpty());
-            QCOMPARE(model.appListViewModel()->allApplications(),
-                     rig.discovery.catalog().applicationsOnDisplay(expected));
-        }
-        rig.runJobs();
-        QCOMPARE(fileInode(rig.stateFilePath()), file);
-        QCOMPARE(rig.savedState().configuration.selectedDisplayID, stored);
-        QCOMPARE(rig.engine.streamStatus(), StreamStatus::idle());
-    }
-
     // Each setter: its current value schedules and publishes nothing; a new
     // value schedules what it affects.
     void settersScheduleWhatTheyAffect_data()
@@ -370,13 +360,13 @@ private Q_SLOTS:
             file.write("not an image");
         }
         {
+            const QString refusal =
+                u"Vistrel only accepts image files for the custom background canvas."_s;
             MessageLog log;
             QCOMPARE(model.importCanvasBackground(QUrl::fromLocalFile(notImage)),
-                     std::optional(u"Vistrel only accepts image files for the custom background "
-                                   "canvas."_s));
+                     std::optional(refusal));
             QCOMPARE(log.texts(u"quorbit.Vistrel.MainViewModel"_s),
-                     QStringList{u"Importing canvas background failed: Vistrel only accepts image "
-                                 "files for the custom background canvas."_s});
+                     QStringList{u"Importing canvas background failed: "_s + refusal});
         }
         QCOMPARE(model.canvasBackground(), before);
         QVERIFY(!model.hasPendingSave());

@@ -62,8 +62,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("title");
         QTest::addColumn<QString>("message");
         using R = OutputBlankReason;
+        // Without a reason, title and message: nothing selected, and its notice.
         const auto row = [](const char* name, StreamStatus status, const char* inputs, bool shows,
-                            R reason, const QString& title, const QString& message) {
+                            R reason = R::nothingSelected, const QString& title = nothingTitle,
+                            const QString& message = nothingMessage) {
             QTest::newRow(name) << status << QByteArray(inputs) << shows << reason << title
                                 << message;
         };
@@ -79,18 +81,13 @@ private Q_SLOTS:
         const QString panicMessage =
             u"Panic Hide is active. Resume output when you are ready to share again."_s;
 
-        row("idle on the plain canvas", idle, "", false, R::nothingSelected, nothingTitle,
-            nothingMessage);
-        row("idle, full desktop", idle, "D", true, R::nothingSelected, nothingTitle,
-            nothingMessage);
+        row("idle on the plain canvas", idle, "", false);
+        row("idle, full desktop", idle, "D", true);
         row("idle, full desktop, no permission", idle, "PD", true, R::permissionMissing,
-            permissionTitle, nothingMessage);
-        row("idle, image canvas", idle, "DI", false, R::nothingSelected, nothingTitle,
-            nothingMessage);
-        row("nothing selected on the plain canvas", blank(R::nothingSelected), "", false,
-            R::nothingSelected, nothingTitle, nothingMessage);
-        row("nothing selected, full desktop", blank(R::nothingSelected), "D", true,
-            R::nothingSelected, nothingTitle, nothingMessage);
+            permissionTitle);
+        row("idle, image canvas", idle, "DI", false);
+        row("nothing selected on the plain canvas", blank(R::nothingSelected), "", false);
+        row("nothing selected, full desktop", blank(R::nothingSelected), "D", true);
         row("starting, no frame yet", StreamStatus::starting(), "", true, R::nothingSelected,
             preparing, applying);
         row("starting, first frame drawn", StreamStatus::starting(), "F", false, R::nothingSelected,

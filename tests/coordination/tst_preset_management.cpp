@@ -242,27 +242,26 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<quint32>>("stored");
         QTest::addColumn<Change>("change");
         QTest::addColumn<bool>("matches");
-        const std::optional<quint32> none;
+        const auto row = [](const char* name, std::optional<quint32> stored, bool matches,
+                            const Change& change) {
+            QTest::newRow(name) << stored << change << matches;
+        };
         const auto display = [](std::optional<quint32> id) {
             return Change([id](ShareConfiguration& c) { c.selectedDisplayID = id; });
         };
-        QTest::newRow("same") << std::optional(2u) << Change() << true;
-        QTest::newRow("other display") << std::optional(2u) << display(1) << false;
-        QTest::newRow("no display selected") << std::optional(2u) << display(none) << false;
-        QTest::newRow("stored without display, other one") << none << display(1) << true;
-        QTest::newRow("stored without display, none") << none << display(none) << true;
-        QTest::newRow("policy mode") << none << Change([](ShareConfiguration& c) {
-            c.policy.setMode(VisibilityMode::allowList);
-        }) << false;
-        QTest::newRow("frame") << none << Change([](ShareConfiguration& c) {
-            c.outputFrameMode = OutputFrameMode::screen;
-        }) << false;
-        QTest::newRow("content") << none << Change([](ShareConfiguration& c) {
-            c.outputContentMode = OutputContentMode::sanitized;
-        }) << false;
-        QTest::newRow("image name") << none << Change([](ShareConfiguration& c) {
-            c.canvasBackground.imageDisplayName = u"b.png"_s;
-        }) << false;
+        using C = ShareConfiguration;
+        const std::optional<quint32> none;
+        row("same", 2, true, Change());
+        row("other display", 2, false, display(1));
+        row("no display selected", 2, false, display(none));
+        row("stored without display, other one", none, true, display(1));
+        row("stored without display, none", none, true, display(none));
+        row("policy mode", none, false, [](C& c) { c.policy.setMode(VisibilityMode::allowList); });
+        row("frame", none, false, [](C& c) { c.outputFrameMode = OutputFrameMode::screen; });
+        row("content", none, false,
+            [](C& c) { c.outputContentMode = OutputContentMode::sanitized; });
+        row("image name", none, false,
+            [](C& c) { c.canvasBackground.imageDisplayName = u"b.png"_s; });
     }
 
     void matching()

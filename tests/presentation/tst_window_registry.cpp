@@ -9,6 +9,8 @@
 
 using namespace Qt::StringLiterals;
 using namespace vistrel;
+using Kind = ManagedWindowKind;
+using Presentation = OutputWindowPresentation;
 
 namespace QTest {
 template<> char* toString(const OutputWindowPresentation& presentation)
@@ -32,43 +34,30 @@ public:
     quint32 number;
     bool visible = true;
     bool minimized = false;
-    int activations = 0;
     QStringList calls;
 
     quint32 windowNumber() const override { return number; }
     bool isVisible() const override { return visible; }
     bool isMinimized() const override { return minimized; }
-    void deminiaturize() override
-    {
-        calls << u"deminiaturize"_s;
-        minimized = false;
-    }
-    void makeKeyAndOrderFront() override
-    {
-        calls << u"makeKeyAndOrderFront"_s;
-        visible = true;
-    }
-    void orderFrontRegardless() override
-    {
-        calls << u"orderFrontRegardless"_s;
-        visible = true;
-    }
-    void orderOut() override
-    {
-        calls << u"orderOut"_s;
-        visible = false;
-    }
-    void activateApplication() override
-    {
-        calls << u"activateApplication"_s;
-        ++activations;
-    }
+    void deminiaturize() override { record(u"deminiaturize"_s, minimized, false); }
+    void makeKeyAndOrderFront() override { record(u"makeKeyAndOrderFront"_s, visible, true); }
+    void orderFrontRegardless() override { record(u"orderFrontRegardless"_s, visible, true); }
+    void orderOut() override { record(u"orderOut"_s, visible, false); }
+    void activateApplication() override { calls << u"activateApplication"_s; }
 
     // How many slots listen to each event the registry cares about.
     int listeners() const
     {
         return receivers(SIGNAL(willClose())) + receivers(SIGNAL(didMinimize())) +
                receivers(SIGNAL(didDeminimize()));
+    }
+
+private:
+    // Notes the call and the state it leaves.
+    void record(const QString& call, bool& state, bool value)
+    {
+        calls << call;
+        state = value;
     }
 };
 
@@ -79,11 +68,14 @@ void settle()
         QCoreApplication::processEvents();
 }
 
-std::unique_ptr<QWidget> shownWidget()
+// A shown widget, registered as the kind when there is a registry.
+std::unique_ptr<QWidget> shownWidget(WindowRegistry* registry = nullptr, Kind kind = Kind::output)
 {
     auto widget = std::make_unique<QWidget>();
     widget->resize(200, 120);
     widget->show();
+    if (registry)
+        registry->registerWindow(WidgetWindowHandle::forWidget(widget.get()), kind);
     return widget;
 }
 
@@ -97,25 +89,23 @@ private Q_SLOTS:
     void kindRawValues_data()
     {
         QTest::addColumn<QString>("raw");
-        QTest::addColumn<std::optional<ManagedWindowKind>>("kind");
+        QTest::addColumn<std::optional<Kind>>("kind");
         QTest::addColumn<QString>("autosaveName");
 
-        QTest::newRow("control") << u"simpleControl"_s
-                                 << std::optional(ManagedWindowKind::simpleControl)
+        QTest::newRow("control") << u"simpleControl"_s << std::optional(Kind::simpleControl)
                                  << u"Vistrel.simpleControl.frame"_s;
-        QTest::newRow("output") << u"output"_s << std::optional(ManagedWindowKind::output)
+        QTest::newRow("output") << u"output"_s << std::optional(Kind::output)
                                 << u"Vistrel.output.frame"_s;
-        QTest::newRow("preview") << u"preview"_s << std::optional(ManagedWindowKind::preview)
+        QTest::newRow("preview") << u"preview"_s << std::optional(Kind::preview)
                                  << u"Vistrel.preview.frame"_s;
-        QTest::newRow("wrong case")
-            << u"Output"_s << std::optional<ManagedWindowKind>() << QString();
-        QTest::newRow("empty") << QString() << std::optional<ManagedWindowKind>() << QString();
+        QTest::newRow("wrong case") << u"Output"_s << std::optional<Kind>() << QString();
+        QTest::newRow("empty") << QString() << std::optional<Kind>() << QString();
     }
 
     void kindRawValues()
     {
         QFETCH(QString, raw);
-        QFETCH(std::optional<ManagedWindowKind>, kind);
+        QFETCH(std::optional<Kind>, kind);
         QFETCH(QString, autosaveName);
 
         QCOMPARE(managedWindowKindFromRaw(raw), kind);
@@ -125,37 +115,23 @@ private Q_SLOTS:
         }
     }
 
-    void registeringSameWindowTwiceKeepsOneRecord()
-    {
-        WindowRegistry registry;
-        FakeWindow window(41);
-        QSignalSpy numbers(&registry, &WindowRegistry::windowNumbersChanged);
-
-        registry.registerWindow(&window, ManagedWindowKind::simpleControl);
-        registry.registerWindow(&window, ManagedWindowKind::simpleControl);
-
-        QCOMPARE(window.listeners(), 3);
-        QCOMPARE(registry.windowNumbers(), QSet<quint32>{41});
-        // Both calls publish, also the one that changed nothing.
-        QCOMPARE(numbers.count(), 2);
-
-        numbers.clear();
-        Q_EMIT window.willClose();
-        settle();
-        QVERIFY(!registry.hasWindow(ManagedWindowKind::simpleControl));
-        QCOMPARE(registry.windowNumbers(), QSet<quint32>{});
-        QCOMPARE(numbers.count(), 1);
-        QCOMPARE(window.listeners(), 0);
-    }
-
-    void secondWindowForKindDropsFirstConnections()
+    void eachKindHasOneWindow()
     {
         WindowRegistry registry;
         FakeWindow first(10);
         FakeWindow second(20);
-        registry.registerWindow(&first, ManagedWindowKind::simpleControl);
-        registry.registerWindow(&second, ManagedWindowKind::simpleControl);
+        QSignalSpy numbers(&registry, &WindowRegistry::windowNumbersChanged);
 
+        // The same window twice keeps one record; both calls publish, also
+        // the one that changed nothing.
+        registry.registerWindow(&first, Kind::simpleControl);
+        registry.registerWindow(&first, Kind::simpleControl);
+        QCOMPARE(first.listeners(), 3);
+        QCOMPARE(registry.windowNumbers(), QSet<quint32>{10});
+        QCOMPARE(numbers.count(), 2);
+
+        // Another window for the kind drops the first one's connections.
+        registry.registerWindow(&second, Kind::simpleControl);
         QCOMPARE(first.listeners(), 0);
         QCOMPARE(second.listeners(), 3);
         QCOMPARE(registry.windowNumbers(), QSet<quint32>{20});
@@ -165,45 +141,42 @@ private Q_SLOTS:
         Q_EMIT first.didMinimize();
         Q_EMIT first.willClose();
         settle();
-        QVERIFY(registry.hasWindow(ManagedWindowKind::simpleControl));
+        QVERIFY(registry.hasWindow(Kind::simpleControl));
         QCOMPARE(registry.windowNumbers(), QSet<quint32>{20});
-        QVERIFY(registry.visibleKinds().contains(ManagedWindowKind::simpleControl));
+        QVERIFY(registry.visibleKinds().contains(Kind::simpleControl));
+
+        // Its own close forgets the kind, published once.
+        numbers.clear();
+        Q_EMIT second.willClose();
+        settle();
+        QVERIFY(!registry.hasWindow(Kind::simpleControl));
+        QCOMPARE(registry.windowNumbers(), QSet<quint32>{});
+        QCOMPARE(numbers.count(), 1);
+        QCOMPARE(second.listeners(), 0);
 
         // A close of the first window still queued when the second came.
-        {
-            WindowRegistry queued;
-            queued.registerWindow(&first, ManagedWindowKind::output);
-            Q_EMIT first.willClose();
-            queued.registerWindow(&second, ManagedWindowKind::output);
-            settle();
-            QVERIFY(queued.hasWindow(ManagedWindowKind::output));
-            QCOMPARE(queued.windowNumbers(), QSet<quint32>{20});
-        }
+        registry.registerWindow(&first, Kind::output);
+        Q_EMIT first.willClose();
+        registry.registerWindow(&second, Kind::output);
+        settle();
+        QVERIFY(registry.hasWindow(Kind::output));
+        QCOMPARE(registry.windowNumbers(), QSet<quint32>{20});
 
         // The same for real widgets: closing the replaced one leaves the new one.
-        auto oldWidget = shownWidget();
-        auto newWidget = shownWidget();
-        registry.registerWindow(WidgetWindowHandle::forWidget(oldWidget.get()),
-                                ManagedWindowKind::output);
-        registry.registerWindow(WidgetWindowHandle::forWidget(newWidget.get()),
-                                ManagedWindowKind::output);
+        auto oldWidget = shownWidget(&registry, Kind::output);
+        auto newWidget = shownWidget(&registry, Kind::output);
         QVERIFY(oldWidget->close());
         settle();
-        QVERIFY(registry.hasWindow(ManagedWindowKind::output));
-        QVERIFY(registry.windowNumbers().contains(quint32(newWidget->winId())));
-        QVERIFY(!registry.windowNumbers().contains(quint32(oldWidget->winId())));
+        QVERIFY(registry.hasWindow(Kind::output));
+        QCOMPARE(registry.windowNumbers(), QSet<quint32>{quint32(newWidget->winId())});
     }
 
     void freedWindowDisappearsAtNextRefresh()
     {
         WindowRegistry registry;
-        auto control = shownWidget();
-        auto output = shownWidget();
+        auto control = shownWidget(&registry, Kind::simpleControl);
+        auto output = shownWidget(&registry, Kind::output);
         const auto outputNumber = quint32(output->winId());
-        registry.registerWindow(WidgetWindowHandle::forWidget(control.get()),
-                                ManagedWindowKind::simpleControl);
-        registry.registerWindow(WidgetWindowHandle::forWidget(output.get()),
-                                ManagedWindowKind::output);
         // The numbers are the real window ids.
         const QSet<quint32> both{quint32(control->winId()), outputNumber};
         QCOMPARE(both.size(), 2);
@@ -212,57 +185,49 @@ private Q_SLOTS:
         QCOMPARE(registry.property("windowNumbers").value<QSet<quint32>>(), both);
 
         control.reset(); // freed without a close
-        QVERIFY(!registry.hasWindow(ManagedWindowKind::simpleControl));
+        QVERIFY(!registry.hasWindow(Kind::simpleControl));
 
         // Any refresh skips it, here one caused by another registration ...
-        auto other = shownWidget();
-        registry.registerWindow(WidgetWindowHandle::forWidget(other.get()),
-                                ManagedWindowKind::preview);
+        auto other = shownWidget(&registry, Kind::preview);
         QCOMPARE(registry.windowNumbers(), (QSet<quint32>{outputNumber, quint32(other->winId())}));
-        QCOMPARE(registry.visibleKinds(),
-                 (QSet<ManagedWindowKind>{ManagedWindowKind::output, ManagedWindowKind::preview}));
+        QCOMPARE(registry.visibleKinds(), (QSet<Kind>{Kind::output, Kind::preview}));
 
         // ... and freeing a window schedules one by itself.
         output.reset();
         settle();
         QCOMPARE(registry.windowNumbers(), QSet<quint32>{quint32(other->winId())});
-        QCOMPARE(registry.visibleKinds(), QSet<ManagedWindowKind>{ManagedWindowKind::preview});
+        QCOMPARE(registry.visibleKinds(), QSet<Kind>{Kind::preview});
 
         // Operations on a freed window are silent no-ops.
-        registry.show(ManagedWindowKind::output, true);
-        registry.hide(ManagedWindowKind::output);
-        QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::docked);
+        registry.show(Kind::output, true);
+        registry.hide(Kind::output);
+        QCOMPARE(registry.outputPresentation(), Presentation::docked);
     }
 
-    void notificationsActOnLaterTurn()
-    {
-        WindowRegistry registry;
-        FakeWindow window(7);
-        registry.registerWindow(&window, ManagedWindowKind::simpleControl);
-        QSignalSpy visible(&registry, &WindowRegistry::visibleKindsChanged);
-
-        window.minimized = true;
-        Q_EMIT window.didMinimize();
-        QVERIFY(registry.visibleKinds().contains(ManagedWindowKind::simpleControl));
-        QCOMPARE(visible.count(), 0);
-
-        Q_EMIT window.willClose();
-        QVERIFY(registry.hasWindow(ManagedWindowKind::simpleControl));
-
-        settle();
-        QVERIFY(!registry.visibleKinds().contains(ManagedWindowKind::simpleControl));
-        QVERIFY(!registry.hasWindow(ManagedWindowKind::simpleControl));
-    }
-
-    void notificationAfterRegistryIsGoneIsDropped()
+    void notificationsActOnALaterTurnWhileTheRegistryLives()
     {
         FakeWindow window(7);
         auto registry = std::make_unique<WindowRegistry>();
-        registry->registerWindow(&window, ManagedWindowKind::output);
+        registry->registerWindow(&window, Kind::simpleControl);
+        QSignalSpy visible(registry.get(), &WindowRegistry::visibleKindsChanged);
+
+        window.minimized = true;
+        Q_EMIT window.didMinimize();
+        QVERIFY(registry->visibleKinds().contains(Kind::simpleControl));
+        QCOMPARE(visible.count(), 0);
+        Q_EMIT window.willClose();
+        QVERIFY(registry->hasWindow(Kind::simpleControl));
+        settle();
+        QVERIFY(!registry->visibleKinds().contains(Kind::simpleControl));
+        QVERIFY(!registry->hasWindow(Kind::simpleControl));
+
+        // Still queued when the registry goes: must not touch the freed
+        // registry (checked by the sanitizer).
+        registry->registerWindow(&window, Kind::output);
         Q_EMIT window.willClose();
         Q_EMIT window.didMinimize();
         registry.reset();
-        settle(); // must not touch the freed registry (checked by the sanitizer)
+        settle();
         QCOMPARE(window.listeners(), 0);
     }
 
@@ -271,37 +236,44 @@ private Q_SLOTS:
     void hideDocksTheOutputAndOrdersOutTheRest()
     {
         WindowRegistry registry;
-        auto output = shownWidget();
-        auto control = shownWidget();
-        registry.registerWindow(WidgetWindowHandle::forWidget(output.get()),
-                                ManagedWindowKind::output);
-        registry.registerWindow(WidgetWindowHandle::forWidget(control.get()),
-                                ManagedWindowKind::simpleControl);
-        QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::docked);
-        QVERIFY(!registry.isVisible(ManagedWindowKind::output)); // the system starts docked
-        QVERIFY(registry.isVisible(ManagedWindowKind::simpleControl));
+        // Without windows every call is a no-op.
+        QSignalSpy visible(&registry, &WindowRegistry::visibleKindsChanged);
+        registry.show(Kind::output, true);
+        registry.show(Kind::preview, true);
+        registry.hide(Kind::simpleControl);
+        registry.unregister(Kind::output);
+        QCOMPARE(registry.outputPresentation(), Presentation::docked);
+        QCOMPARE(visible.count(), 0);
+        QVERIFY(!registry.hasWindow(Kind::preview));
+        QVERIFY(!registry.isVisible(Kind::output));
 
-        registry.show(ManagedWindowKind::output, false);
-        QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::centered);
-        QVERIFY(registry.isVisible(ManagedWindowKind::output));
+        auto output = shownWidget(&registry, Kind::output);
+        auto control = shownWidget(&registry, Kind::simpleControl);
+        QCOMPARE(registry.outputPresentation(), Presentation::docked);
+        QVERIFY(!registry.isVisible(Kind::output)); // the system starts docked
+        QVERIFY(registry.isVisible(Kind::simpleControl));
+
+        registry.show(Kind::output, false);
+        QCOMPARE(registry.outputPresentation(), Presentation::centered);
+        QVERIFY(registry.isVisible(Kind::output));
 
         QSignalSpy presentation(&registry, &WindowRegistry::outputPresentationChanged);
-        registry.hide(ManagedWindowKind::output);
+        registry.hide(Kind::output);
         settle();
         QVERIFY(output->isVisible());
-        QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::docked);
+        QCOMPARE(registry.outputPresentation(), Presentation::docked);
         QCOMPARE(presentation.count(), 1);
-        QVERIFY(!registry.isVisible(ManagedWindowKind::output));
-        QVERIFY(registry.visibleKinds().contains(ManagedWindowKind::output));
+        QVERIFY(!registry.isVisible(Kind::output));
+        QVERIFY(registry.visibleKinds().contains(Kind::output));
 
-        registry.hide(ManagedWindowKind::simpleControl);
+        registry.hide(Kind::simpleControl);
         QVERIFY(!control->isVisible());
-        QVERIFY(!registry.isVisible(ManagedWindowKind::simpleControl));
-        QVERIFY(registry.hasWindow(ManagedWindowKind::simpleControl));
-        registry.show(ManagedWindowKind::simpleControl, true);
+        QVERIFY(!registry.isVisible(Kind::simpleControl));
+        QVERIFY(registry.hasWindow(Kind::simpleControl));
+        registry.show(Kind::simpleControl, true);
         QVERIFY(control->isVisible());
-        QVERIFY(registry.isVisible(ManagedWindowKind::simpleControl));
-        QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::docked);
+        QVERIFY(registry.isVisible(Kind::simpleControl));
+        QCOMPARE(registry.outputPresentation(), Presentation::docked);
         QCOMPARE(presentation.count(), 1);
     }
 
@@ -321,15 +293,15 @@ private Q_SLOTS:
             WindowRegistry registry;
             FakeWindow window(5);
             window.minimized = true;
-            registry.registerWindow(&window, ManagedWindowKind::output);
-            registry.show(ManagedWindowKind::output, activate);
+            registry.registerWindow(&window, Kind::output);
+            registry.show(Kind::output, activate);
             QStringList expected{u"deminiaturize"_s, u"makeKeyAndOrderFront"_s,
                                  u"orderFrontRegardless"_s};
             if (activate)
                 expected.insert(1, u"activateApplication"_s);
             QCOMPARE(window.calls, expected);
-            QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::centered);
-            QVERIFY(registry.visibleKinds().contains(ManagedWindowKind::output));
+            QCOMPARE(registry.outputPresentation(), Presentation::centered);
+            QVERIFY(registry.visibleKinds().contains(Kind::output));
         }
 
         // A real minimised widget comes back. (The offscreen platform activates
@@ -338,69 +310,49 @@ private Q_SLOTS:
         auto widget = shownWidget();
         widget->setWindowState(Qt::WindowMinimized);
         QVERIFY(widget->isMinimized());
-        registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()),
-                                ManagedWindowKind::output);
-        QVERIFY(!registry.visibleKinds().contains(ManagedWindowKind::output));
+        registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()), Kind::output);
+        QVERIFY(!registry.visibleKinds().contains(Kind::output));
 
-        registry.show(ManagedWindowKind::output, activate);
+        registry.show(Kind::output, activate);
         QVERIFY(!widget->isMinimized());
         QVERIFY(widget->isVisible());
-        QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::centered);
-        QVERIFY(registry.isVisible(ManagedWindowKind::output));
-    }
-
-    void showWithoutWindowIsNoOp()
-    {
-        WindowRegistry registry;
-        QSignalSpy visible(&registry, &WindowRegistry::visibleKindsChanged);
-        registry.show(ManagedWindowKind::output, true);
-        registry.show(ManagedWindowKind::preview, true);
-        registry.hide(ManagedWindowKind::simpleControl);
-        registry.unregister(ManagedWindowKind::output);
-        QCOMPARE(registry.outputPresentation(), OutputWindowPresentation::docked);
-        QCOMPARE(visible.count(), 0);
-        QVERIFY(!registry.hasWindow(ManagedWindowKind::preview));
-        QVERIFY(!registry.isVisible(ManagedWindowKind::output));
+        QCOMPARE(registry.outputPresentation(), Presentation::centered);
+        QVERIFY(registry.isVisible(Kind::output));
     }
 
     void minimiseAndRestoreUpdateVisibleKinds()
     {
         WindowRegistry registry;
-        auto widget = shownWidget();
-        registry.registerWindow(WidgetWindowHandle::forWidget(widget.get()),
-                                ManagedWindowKind::simpleControl);
-        QCOMPARE(registry.visibleKinds(),
-                 QSet<ManagedWindowKind>{ManagedWindowKind::simpleControl});
+        auto widget = shownWidget(&registry, Kind::simpleControl);
+        QCOMPARE(registry.visibleKinds(), QSet<Kind>{Kind::simpleControl});
 
         widget->setWindowState(widget->windowState() | Qt::WindowMinimized);
         settle();
-        QCOMPARE(registry.visibleKinds(), QSet<ManagedWindowKind>{});
-        QVERIFY(!registry.isVisible(ManagedWindowKind::simpleControl));
+        QCOMPARE(registry.visibleKinds(), QSet<Kind>{});
+        QVERIFY(!registry.isVisible(Kind::simpleControl));
 
         widget->setWindowState(widget->windowState() & ~Qt::WindowMinimized);
         settle();
-        QCOMPARE(registry.visibleKinds(),
-                 QSet<ManagedWindowKind>{ManagedWindowKind::simpleControl});
+        QCOMPARE(registry.visibleKinds(), QSet<Kind>{Kind::simpleControl});
 
         // A window hidden behind the registry's back is noticed as well.
         widget->hide();
         settle();
-        QCOMPARE(registry.visibleKinds(), QSet<ManagedWindowKind>{});
+        QCOMPARE(registry.visibleKinds(), QSet<Kind>{});
     }
 
     void closeGuardDecidesWidgetClose()
     {
         WindowRegistry registry;
-        auto widget = shownWidget();
+        auto widget = shownWidget(&registry, Kind::simpleControl);
         auto* handle = WidgetWindowHandle::forWidget(widget.get());
-        registry.registerWindow(handle, ManagedWindowKind::simpleControl);
         QSignalSpy closing(handle, &ManagedWindow::willClose);
 
         // Refused: the request becomes a hide through the registry.
         int asked = 0;
         handle->setCloseGuard([&] {
             ++asked;
-            registry.hide(ManagedWindowKind::simpleControl);
+            registry.hide(Kind::simpleControl);
             return false;
         });
         QVERIFY(!widget->close());
@@ -408,23 +360,23 @@ private Q_SLOTS:
         QCOMPARE(asked, 1);
         QVERIFY(!widget->isVisible());
         QCOMPARE(closing.count(), 0);
-        QVERIFY(registry.hasWindow(ManagedWindowKind::simpleControl));
+        QVERIFY(registry.hasWindow(Kind::simpleControl));
 
         // Granted on a shown window: one willClose, and the kind is forgotten.
         handle->setCloseGuard([] { return true; });
-        registry.show(ManagedWindowKind::simpleControl, false);
+        registry.show(Kind::simpleControl, false);
         QVERIFY(widget->close());
         settle();
         QCOMPARE(closing.count(), 1);
-        QVERIFY(!registry.hasWindow(ManagedWindowKind::simpleControl));
+        QVERIFY(!registry.hasWindow(Kind::simpleControl));
 
         // Granted on a window that is already hidden: still announced.
-        registry.registerWindow(handle, ManagedWindowKind::simpleControl);
+        registry.registerWindow(handle, Kind::simpleControl);
         QVERIFY(widget->isHidden());
         QVERIFY(widget->close());
         settle();
         QCOMPARE(closing.count(), 2);
-        QVERIFY(!registry.hasWindow(ManagedWindowKind::simpleControl));
+        QVERIFY(!registry.hasWindow(Kind::simpleControl));
 
         // A plain hide is not a close.
         widget->show();
