@@ -342,7 +342,7 @@ private Q_SLOTS:
         QCOMPARE(fromNothing.selfProcessID, selfPid);
         QCOMPARE(fromNothing.ownWindowNumbers, (QList<quint32>{2, 4}));
         fromNothing.selfProcessID = 0;
-        fromNothing.ownWindowNumbers.clear();
+        fromNothing.ownWindowNumbers = {};
         QCOMPARE(fromNothing, ShareableCatalog::empty());
     }
 };
