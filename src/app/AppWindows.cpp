@@ -60,9 +60,16 @@ AppWindows::AppWindows(AppEnvironment& environment, AppLifecycleController& life
         if (opener)
             opener->openUrl(cameraHelp);
     };
+    GlobalShortcut* panicKey = platform.panicShortcut.get();
+    actions.panicKeyProblem = [panicKey] {
+        return panicKey ? panicKey->problem() : QString();
+    };
     m_control = std::make_unique<MainControlWindow>(environment.mainViewModel(), *registry,
                                                     *m_popoverHub, std::move(actions));
     m_control->addAction(m_menu->panicAction());
+    // The same command as the menu item, from anywhere on the display.
+    if (panicKey)
+        connect(panicKey, &GlobalShortcut::activated, m_menu->panicAction(), &QAction::trigger);
     m_controlPlacement = new WindowPlacementController(
         m_control.get(), ManagedWindowKind::simpleControl,
         PlacementServices{environment.windowRegistry(), *environment.platform().screens,

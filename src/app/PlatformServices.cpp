@@ -2,12 +2,14 @@
 
 #include "platform/camera/CameraPortFactory.h"
 #include "platform/sim/SimCaptureBackend.h"
+#include "platform/sim/SimGlobalShortcut.h"
 #include "platform/sim/SimPermission.h"
 #include "platform/sim/SimScene.h"
 #include "platform/sim/SimScreenProvider.h"
 #include "platform/sim/SimWindowSystem.h"
 #include "platform/sim/SimWorld.h"
 #include "platform/x11/X11CaptureBackend.h"
+#include "platform/x11/X11GlobalShortcut.h"
 #include "platform/x11/X11Permission.h"
 #include "platform/x11/X11ScreenProvider.h"
 #include "platform/x11/X11UrlOpener.h"
@@ -238,10 +240,14 @@ PlatformServices createPlatformServices(const PlatformChoice& choice)
         break;
     }
     services.camera = createCameraPort(CameraPortOptions::fromEnvironment());
-    if (QGuiApplication::platformName() == u"xcb"_s)
+    if (QGuiApplication::platformName() == u"xcb"_s) {
         services.windowSystem = std::make_unique<x11::X11WindowSystem>();
-    else
+        services.panicShortcut = std::make_unique<x11::X11GlobalShortcut>();
+    } else {
         services.windowSystem = std::make_unique<SimWindowSystem>();
+        services.panicShortcut =
+            std::make_unique<SimGlobalShortcut>(GlobalShortcutStatus::unavailable);
+    }
     return services;
 }
 

@@ -17,6 +17,7 @@
 
 #include "platform/CameraPort.h"
 #include "platform/CaptureBackend.h"
+#include "platform/GlobalShortcut.h"
 #include "platform/ScreenCapturePermission.h"
 #include "platform/ScreenProvider.h"
 #include "platform/WindowSystem.h"
@@ -65,6 +66,9 @@ struct PlatformServices {
     std::unique_ptr<CameraPort> camera;
     // The real window system when Qt runs on X11, else a scripted one.
     std::unique_ptr<WindowSystem> windowSystem;
+    // The panic key for the whole display when Qt runs on X11; a scripted
+    // one (that works only inside Vistrel) otherwise.
+    std::unique_ptr<GlobalShortcut> panicShortcut;
 
     PlatformServices();
     ~PlatformServices();

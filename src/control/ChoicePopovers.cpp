@@ -76,7 +76,8 @@ Popover* makeDisplayPopover(MainViewModel& model, PopoverHub& hub, QWidget* pare
     return popover;
 }
 
-Popover* makeInformationPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent)
+Popover* makeInformationPopover(MainViewModel& model, const QString& note, PopoverHub& hub,
+                                QWidget* parent)
 {
     auto* popover = new Popover(deckTr("Current Session"), hub, parent);
     SessionInputs inputs;
@@ -101,6 +102,11 @@ Popover* makeInformationPopover(MainViewModel& model, PopoverHub& hub, QWidget* 
     popover->contentLayout()->addLayout(rows);
     for (const QString& explanation : info.explanations) {
         popover->contentLayout()->addWidget(secondaryText(explanation, popover, 340));
+    }
+    if (!note.isEmpty()) {
+        QLabel* warning = secondaryText(note, popover, 340);
+        warning->setForegroundRole(QPalette::WindowText);
+        popover->contentLayout()->addWidget(warning);
     }
     return popover;
 }

@@ -4,6 +4,7 @@
 // "Frame Style" and "Display": a choice closes the popover; choosing the row
 // that is already selected closes it and changes nothing.
 
+class QString;
 class QWidget;
 
 namespace vistrel {
@@ -17,7 +18,8 @@ Popover* makeFramePopover(MainViewModel& model, PopoverHub& hub, QWidget* parent
 Popover* makeDisplayPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent);
 
 // "Current Session": the live settings as label and value rows, then what
-// each of them means. Read when it opens.
-Popover* makeInformationPopover(MainViewModel& model, PopoverHub& hub, QWidget* parent);
+// each of them means, then `note` when there is one. Read when it opens.
+Popover* makeInformationPopover(MainViewModel& model, const QString& note, PopoverHub& hub,
+                                QWidget* parent);
 
 } // namespace vistrel

@@ -265,7 +265,9 @@ Popover* ControlDeck::makePopover(DeckPopover kind)
     case DeckPopover::presets:
         return new PresetPopover(m_model, m_hub, this);
     case DeckPopover::info:
-        return makeInformationPopover(m_model, m_hub, this);
+        return makeInformationPopover(
+            m_model, m_actions.panicKeyProblem ? m_actions.panicKeyProblem() : QString(), m_hub,
+            this);
     }
     return new Popover(QString(), m_hub, this);
 }

@@ -43,6 +43,9 @@ public:
         std::function<QWidget*(QWidget* parent)> makeSourcePicker = {};
         // The application menu, behind the header's menu button.
         QMenu* menu = nullptr;
+        // Why the panic key works only inside Vistrel, if it does; for the
+        // information popover.
+        std::function<QString()> panicKeyProblem = {};
         // What the Camera Overlay popover lists and opens.
         CameraPopover::Camera camera = {};
     };

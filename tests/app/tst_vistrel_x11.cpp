@@ -6,7 +6,9 @@
 // output, dragging it to the other monitor, close requests, a second start,
 // the panic key, quitting, and losing the X server.
 
+#include "platform/x11/X11KeyGrabs.h"
 #include "platform/x11/X11ShareableContentSource.h"
+#include "platform/x11/XcbPtr.h"
 #include "platform/x11/x11_harness.h"
 
 #include <QDir>
@@ -187,6 +189,36 @@ class TestVistrelX11 : public QObject {
             return !open.isEmpty();
         });
         return popover;
+    }
+
+    // The keycodes that give h or H on the session's keyboard now.
+    QList<quint8> keycodesOfH()
+    {
+        xcb_connection_t* c = m_session.connection();
+        const xcb_setup_t* setup = xcb_get_setup(c);
+        const auto [mapping, error] = vistrel::x11::xcbReply(
+            xcb_get_keyboard_mapping_reply, c,
+            xcb_get_keyboard_mapping(c, setup->min_keycode,
+                                     uint8_t(setup->max_keycode - setup->min_keycode + 1)));
+        if (!mapping)
+            return {};
+        const auto* keysyms = xcb_get_keyboard_mapping_keysyms(mapping.get());
+        const QList<quint32> table(
+            keysyms, keysyms + xcb_get_keyboard_mapping_keysyms_length(mapping.get()));
+        namespace keys = vistrel::x11::keysym;
+        return vistrel::x11::keycodesFor({keys::h, keys::H}, setup->min_keycode,
+                                         mapping->keysyms_per_keycode, table, 2);
+    }
+
+    bool xmodmap(const QStringList& expressions)
+    {
+        QStringList arguments;
+        for (const QString& expression : expressions)
+            arguments << u"-e"_s << expression;
+        QProcess process;
+        process.setProcessEnvironment(m_session.environment());
+        process.start(u"xmodmap"_s, arguments);
+        return process.waitForFinished(10000) && process.exitCode() == 0;
     }
 
     // Quits as a user does ("Quit", or SIGTERM as at logout) and expects a
@@ -596,6 +628,75 @@ private Q_SLOTS:
         QVERIFY(waitUntil([&] { return attachedTo({350, 530}); }));
 
         const QString failure = quit(*app, false);
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+    }
+
+    // Ctrl+Shift+H works while another application has the focus, once per
+    // press, also after the keyboard mapping moved H to another key; when
+    // another client holds the combination, Vistrel says so.
+    void panicKeyWorksEverywhere()
+    {
+        xcb_connection_t* c = m_session.connection();
+        const quint16 ctrlShift = XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT;
+        const QList<quint8> hKeys = keycodesOfH();
+        QVERIFY(!hKeys.isEmpty());
+
+        // Held by another client (this test's connection): reported.
+        for (const quint8 key : hKeys)
+            xcb_grab_key(c, 0, m_session.root(), ctrlShift, key, XCB_GRAB_MODE_ASYNC,
+                         XCB_GRAB_MODE_ASYNC);
+        xcb_flush(c);
+        auto app = startVistrel(stateDocument(u"allowList"_s, u"Slides"_s));
+        QVERIFY(app);
+        QByteArray log;
+        QVERIFY2(waitUntil([&] {
+                     log += app->readAll();
+                     return log.contains("Ctrl+Shift+H is taken by another application; the "
+                                         "panic key works only inside Vistrel");
+                 }),
+                 log.constData());
+        QString failure = quit(*app, true);
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+        for (const quint8 key : hKeys)
+            xcb_ungrab_key(c, key, m_session.root(), ctrlShift);
+        xcb_flush(c);
+
+        // Free: pressed while Chat has the focus, it blanks and resumes.
+        app = startVistrel(stateDocument(u"allowList"_s, u"Slides"_s));
+        const QRgb slides = clientApps[0].colour;
+        const xcb_window_t output = waitForOutput(*app, slides);
+        QVERIFY2(output, qPrintable(failureReport(*app)));
+        const auto shows = [&] {
+            return countNear(m_session.grabWindow(output), slides) > 100000;
+        };
+        const auto pressInChat = [&] {
+            m_session.xdotool(
+                {u"windowactivate"_s, u"--sync"_s, QString::number(m_clientWindows[2])});
+            return m_session.xdotool({u"key"_s, u"ctrl+shift+h"_s});
+        };
+        QVERIFY(pressInChat());
+        QVERIFY(waitUntil([&] { return countNear(m_session.grabWindow(output), slides) == 0; }));
+        QTest::qWait(500); // one press, one toggle
+        QCOMPARE(countNear(m_session.grabWindow(output), slides), 0);
+        QVERIFY(pressInChat());
+        QVERIFY(waitUntil(shows));
+
+        // H moves to another key: the grabs follow the new mapping.
+        const QString oldKey = QString::number(hKeys.first());
+        QVERIFY(xmodmap({u"keycode %1 = g G"_s.arg(oldKey), u"keycode 200 = h H"_s}));
+        QVERIFY(waitUntil([&] { return keycodesOfH() == QList<quint8>{200}; }));
+        QTest::qWait(300);
+        QVERIFY(pressInChat());
+        const bool followed =
+            waitUntil([&] { return countNear(m_session.grabWindow(output), slides) == 0; });
+        QVERIFY(xmodmap({u"keycode 200 ="_s, u"keycode %1 = h H"_s.arg(oldKey)}));
+        QVERIFY(followed);
+        QVERIFY(waitUntil([&] { return keycodesOfH() == hKeys; }));
+        QTest::qWait(300);
+        QVERIFY(pressInChat());
+        QVERIFY(waitUntil(shows));
+
+        failure = quit(*app, false);
         QVERIFY2(failure.isEmpty(), qPrintable(failure));
     }
 

@@ -13,6 +13,7 @@
 #include "presentation/PopoverHub.h"
 #include "presentation/WindowRegistry.h"
 
+#include <QLabel>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -42,11 +43,14 @@ private Q_SLOTS:
         model.start();
         PopoverHub hub;
         int previewToggles = 0;
-        ControlDeck deck(model, environment.windowRegistry(), hub,
-                         {[&] { ++previewToggles; },
-                          [] {
-                          }},
-                         nullptr);
+        ControlDeck::Actions actions{[&] { ++previewToggles; },
+                                     [] {
+                                     }};
+        const QString panicKeyProblem = u"Ctrl+Shift+H is taken by another application"_s;
+        actions.panicKeyProblem = [&] {
+            return panicKeyProblem;
+        };
+        ControlDeck deck(model, environment.windowRegistry(), hub, std::move(actions), nullptr);
         deck.resize(520, 170);
         deck.show();
         QTRY_VERIFY(!model.displays().isEmpty());
@@ -88,6 +92,13 @@ private Q_SLOTS:
         QTest::mouseClick(deck.tile(DeckTile::presets), Qt::LeftButton);
         QCOMPARE(deck.activePopover(), std::optional(DeckPopover::presets));
         QVERIFY(deck.findChild<PresetPopover*>());
+
+        // The information popover says when the panic key works only here.
+        deck.openPopover(DeckPopover::info);
+        bool said = false;
+        for (const QLabel* label : deck.findChildren<QLabel*>())
+            said = said || (label->isVisible() && label->text() == panicKeyProblem);
+        QVERIFY(said);
 
         // Another mode from its popover.
         deck.openPopover(DeckPopover::mode);

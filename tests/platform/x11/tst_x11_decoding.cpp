@@ -1,6 +1,7 @@
 // What the X server hands out as bytes, decoded without a server: window
 // titles in compound text, and monitor names in EDID blocks.
 
+#include "platform/x11/X11KeyGrabs.h"
 #include "platform/x11/X11Monitors.h"
 #include "platform/x11/X11Text.h"
 
@@ -75,6 +76,47 @@ private Q_SLOTS:
         QFETCH(QByteArray, edid);
         QFETCH(QString, name);
         QCOMPARE(edidProductName(edid), name.isEmpty() ? std::nullopt : std::optional(name));
+    }
+
+    // The panic key's grabs: keycodes of h or H in the first two columns only
+    // (a third-level H is another combination), the lock bits wherever the
+    // server put them, and every lock state covered once.
+    void keyGrabs()
+    {
+        using namespace vistrel::x11;
+        // Keycodes 8..11, three columns each.
+        const QList<quint32> mapping{'a',
+                                     'A',
+                                     0, //
+                                     'h',
+                                     'H',
+                                     0, //
+                                     'x',
+                                     'X',
+                                     'H', //
+                                     keysym::numLock,
+                                     0,
+                                     0};
+        QCOMPARE(keycodesFor({keysym::h, keysym::H}, 8, 3, mapping, 2), QList<quint8>{9});
+        QCOMPARE(keycodesFor({keysym::numLock}, 8, 3, mapping, 3), QList<quint8>{11});
+        QCOMPARE(keycodesFor({'q'}, 8, 3, mapping, 2), QList<quint8>{});
+        QCOMPARE(keycodesFor({'h'}, 8, 0, mapping, 2), QList<quint8>{});
+
+        // Rows Shift, Lock, Control, Mod1..Mod5, two keycodes each: Num Lock
+        // (11) on Mod2, nothing for Scroll Lock.
+        const QList<quint8> modifiers{50, 62, 66, 0, 37, 105, 64, 0, 0, 11, 0, 0, 0, 0, 0, 0};
+        QCOMPARE(modifierMaskFor({11}, 2, modifiers), quint16(XCB_MOD_MASK_2));
+        QCOMPARE(modifierMaskFor({78}, 2, modifiers), quint16(0));
+        QCOMPARE(modifierMaskFor({0}, 2, modifiers), quint16(0));
+
+        const quint16 caps = XCB_MOD_MASK_LOCK;
+        const quint16 num = XCB_MOD_MASK_2;
+        const quint16 scroll = XCB_MOD_MASK_5;
+        QCOMPARE(lockCombinations(num, scroll),
+                 (QList<quint16>{0, caps, num, quint16(caps | num), scroll, quint16(caps | scroll),
+                                 quint16(num | scroll), quint16(caps | num | scroll)}));
+        QCOMPARE(lockCombinations(num, 0), (QList<quint16>{0, caps, num, quint16(caps | num)}));
+        QCOMPARE(lockCombinations(0, 0), (QList<quint16>{0, caps}));
     }
 };
 
