@@ -3,6 +3,7 @@
 #include "app/AppEnvironment.h"
 #include "app/AppLifecycleController.h"
 #include "app/AppMenu.h"
+#include "app/AppTray.h"
 #include "app/PlatformServices.h"
 #include "control/MainControlWindow.h"
 #include "control/SourcePickerView.h"
@@ -19,9 +20,7 @@
 
 #include <QAction>
 #include <QDir>
-#include <QPainter>
 #include <QPointer>
-#include <QSystemTrayIcon>
 
 using namespace Qt::StringLiterals;
 
@@ -86,29 +85,7 @@ AppWindows::AppWindows(AppEnvironment& environment, AppLifecycleController& life
                                                          m_control.get());
 
     // Where the desktop has a tray, the menu is also there.
-    if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        auto* tray = new QSystemTrayIcon(trayIcon(), this);
-        tray->setToolTip(tr("Vistrel"));
-        tray->setContextMenu(m_menu->menu());
-        tray->show();
-    }
-}
-
-QIcon AppWindows::trayIcon()
-{
-    const QIcon themed = QIcon::fromTheme(u"video-display"_s);
-    if (!themed.isNull())
-        return themed;
-    // Without an icon theme: a plain monitor.
-    QPixmap pixmap(32, 32);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(QColor(0x30, 0x90, 0xe0), 3));
-    painter.drawRoundedRect(QRectF(3, 5, 26, 18), 3, 3);
-    painter.drawLine(QPointF(16, 23), QPointF(16, 28));
-    painter.drawLine(QPointF(10, 28), QPointF(22, 28));
-    return QIcon(pixmap);
+    m_tray = std::make_unique<AppTray>(*m_menu, *registry, environment.mainViewModel(), lifecycle);
 }
 
 AppWindows::~AppWindows() = default;

@@ -22,6 +22,7 @@ namespace vistrel {
 class AppEnvironment;
 class AppLifecycleController;
 class AppMenu;
+class AppTray;
 class OutputWindow;
 class MainControlWindow;
 class PopoverHub;
@@ -43,9 +44,9 @@ public:
     OutputWindow* outputWindow() const { return m_output.get(); }
     PreviewPanelController* previewController() const { return m_preview.get(); }
     AppMenu& menu() const { return *m_menu; }
+    AppTray& tray() const { return *m_tray; }
 
 private:
-    static QIcon trayIcon();
     void createOutputWindow();
     void describeControl();
     void describeOutput();
@@ -55,6 +56,7 @@ private:
     bool m_hasPreparedLaunchWindows = false;
     std::unique_ptr<WindowFrameStore> m_frames;
     std::unique_ptr<AppMenu> m_menu;
+    std::unique_ptr<AppTray> m_tray;
     std::unique_ptr<PopoverHub> m_popoverHub;
     std::unique_ptr<MainControlWindow> m_control;
     std::unique_ptr<OutputWindow> m_output;

@@ -4,7 +4,9 @@
 // captured, the application menu and the one-instance guard.
 
 #include "app/AppEnvironment.h"
+#include "app/AppLifecycleController.h"
 #include "app/AppMenu.h"
+#include "app/AppTray.h"
 #include "app/PlatformServices.h"
 #include "app/SingleInstance.h"
 #include "capture/OutputRenderer.h"
@@ -248,6 +250,26 @@ private Q_SLOTS:
         items.last()->trigger();
         QCOMPARE(model.presetModel()->activePresetID(), std::optional(builtIn.last().id));
         QVERIFY(!model.isPanicHidden());
+
+        // The tray: the same items, then the windows and Quit; its icon
+        // follows panic.
+        AppLifecycleController lifecycle;
+        AppTray tray(menu, environment.windowRegistry(), model, lifecycle);
+        QStringList titles;
+        for (const QAction* action : tray.menu()->actions())
+            titles << (action->isSeparator() ? u"-"_s : action->text());
+        QStringList expected{u"Panic Hide Output"_s, u"-"_s};
+        for (const SharePreset& preset : builtIn)
+            expected << u"Load %1 Preset"_s.arg(preset.title);
+        expected << u"-"_s << u"Show Controls"_s << u"Show Output"_s << u"-"_s << u"Quit Vistrel"_s;
+        QCOMPARE(titles, expected);
+        QCOMPARE(tray.iconSymbol(), u"display"_s);
+        tray.menu()->actions().first()->trigger();
+        QCOMPARE(tray.iconSymbol(), u"eye.slash"_s);
+        tray.rebuildMenu();
+        QCOMPARE(tray.menu()->actions().first()->text(), u"Resume Vistrel Output"_s);
+        tray.menu()->actions().last()->trigger();
+        QVERIFY(lifecycle.isTerminating());
     }
 
     // A state file with a typo: the defaults, a kept copy, and a notice that
@@ -357,7 +379,7 @@ private Q_SLOTS:
 
         const QRect bubble = window.cameraBubble()->geometry();
         QCOMPARE(bubble, OutputStage::cameraBubbleRect(environment.outputViewModel().canvasSize(),
-                                                        window.rect(), camera)
+                                                       window.rect(), camera)
                              .toRect());
         // Mirrored: the camera's right half on the left, into the corners.
         QTRY_COMPARE_WITH_TIMEOUT(QColor(window.grab(bubble).toImage().pixel(3, 3)),
