@@ -19,6 +19,8 @@ packages=(
   xvfb openbox xauth x11-utils x11-xserver-utils xdotool imagemagick
   # stock X clients the capture tests run as foreign applications
   x11-apps
+  # the package and its desktop files: cpack's dependency scan, validators
+  dpkg-dev desktop-file-utils appstream
 )
 # Extra packages a later step asked for (one name per line), e.g. benchmarks.
 extra_file="$(dirname "$0")/extra-packages.txt"

@@ -16,7 +16,8 @@ namespace {
 Q_LOGGING_CATEGORY(lcInstance, "quorbit.Vistrel.App")
 
 const QByteArray showRequest = "show\n";
-const QByteArray showAnswer = "shown\n";
+const QByteArray panicRequest = "panic\n";
+const QByteArray doneAnswer = "done\n";
 // The first instance may still be starting when a second one asks.
 constexpr int answerTimeoutMs = 5000;
 
@@ -34,9 +35,13 @@ SingleInstance::SingleInstance(const QString& folder, QObject* parent)
             connect(socket, &QLocalSocket::readyRead, this, [this, socket] {
                 if (!socket->canReadLine())
                     return;
-                if (socket->readLine() == showRequest) {
-                    Q_EMIT reopenRequested();
-                    socket->write(showAnswer);
+                const QByteArray request = socket->readLine();
+                if (request == showRequest || request == panicRequest) {
+                    if (request == showRequest)
+                        Q_EMIT reopenRequested();
+                    else
+                        Q_EMIT panicRequested();
+                    socket->write(doneAnswer);
                 }
                 socket->disconnectFromServer();
             });
@@ -46,7 +51,7 @@ SingleInstance::SingleInstance(const QString& folder, QObject* parent)
 
 SingleInstance::~SingleInstance() = default;
 
-SingleInstance::Role SingleInstance::claim()
+SingleInstance::Role SingleInstance::claim(Request request)
 {
     m_error.clear();
     if (m_folder.isEmpty() || !QDir().mkpath(m_folder)) {
@@ -63,7 +68,7 @@ SingleInstance::Role SingleInstance::claim()
         m_error = u"the lock file %1 cannot be written"_s.arg(m_lock->fileName());
         return Role::unchecked;
     }
-    if (askPrimaryToShow())
+    if (askPrimary(request))
         return Role::secondary;
     m_error = u"another instance holds %1 but does not answer"_s.arg(m_lock->fileName());
     return Role::secondary;
@@ -81,7 +86,7 @@ bool SingleInstance::listen()
     return false;
 }
 
-bool SingleInstance::askPrimaryToShow()
+bool SingleInstance::askPrimary(Request request)
 {
     const QString path = QDir(m_folder).filePath(u"Vistrel.socket"_s);
     const QDeadlineTimer deadline(answerTimeoutMs);
@@ -89,12 +94,12 @@ bool SingleInstance::askPrimaryToShow()
         QLocalSocket socket;
         socket.connectToServer(path);
         if (socket.waitForConnected(int(deadline.remainingTime()))) {
-            socket.write(showRequest);
+            socket.write(request == Request::panic ? panicRequest : showRequest);
             socket.flush();
             while (!socket.canReadLine() &&
                    socket.waitForReadyRead(int(deadline.remainingTime()))) {
             }
-            return socket.canReadLine() && socket.readLine() == showAnswer;
+            return socket.canReadLine() && socket.readLine() == doneAnswer;
         }
         QThread::msleep(50); // the first instance is not listening yet
     }

@@ -26,21 +26,27 @@ public:
         unchecked, // the runtime folder is unusable; runs without the guarantee
     };
 
+    // What a later start asks of the running instance.
+    enum class Request { show, panic };
+
     // folder: where the lock and socket live; empty means the runtime folder.
     explicit SingleInstance(const QString& folder = {}, QObject* parent = nullptr);
     ~SingleInstance() override;
 
-    Role claim();
+    // As a secondary, passes `request` on to the primary.
+    Role claim(Request request = Request::show);
     // Why the last claim was not primary.
     QString errorString() const { return m_error; }
 
 Q_SIGNALS:
     // Another start of the program asked this instance to show itself.
     void reopenRequested();
+    // Another start asked to blank the output ("vistrel --panic").
+    void panicRequested();
 
 private:
     bool listen();
-    bool askPrimaryToShow();
+    bool askPrimary(Request request);
 
     QString m_folder;
     std::unique_ptr<QLockFile> m_lock;

@@ -7,6 +7,7 @@
 #include "app/PlatformServices.h"
 #include "app/SingleInstance.h"
 #include "app/TerminationSignals.h"
+#include "coordination/MainViewModel.h"
 
 #include <QApplication>
 #include <QLoggingCategory>
@@ -79,11 +80,14 @@ int main(int argc, char** argv)
     QApplication app(argc, argv);
     qInstallMessageHandler(previousMessageHandler);
     QApplication::setApplicationName(u"Vistrel"_s);
-    QGuiApplication::setDesktopFileName(u"vistrel"_s);
+    QGuiApplication::setDesktopFileName(u"com.quorbit.vistrel"_s);
+    // The desktop entry's "Panic Hide Output" action.
+    const bool panicAtOnce = QCoreApplication::arguments().contains(u"--panic"_s);
 
     // A second start only brings the running instance's control window back.
     vistrel::SingleInstance instance;
-    switch (instance.claim()) {
+    switch (instance.claim(panicAtOnce ? vistrel::SingleInstance::Request::panic
+                                       : vistrel::SingleInstance::Request::show)) {
     case vistrel::SingleInstance::Role::primary:
         break;
     case vistrel::SingleInstance::Role::secondary:
@@ -103,6 +107,14 @@ int main(int argc, char** argv)
     ExitHook exitHook(environment);
     QObject::connect(&instance, &vistrel::SingleInstance::reopenRequested, &lifecycle,
                      &vistrel::AppLifecycleController::reopen);
+    vistrel::MainViewModel& model = environment.mainViewModel();
+    const auto blank = [&model] {
+        model.setPanicHidden(true);
+        model.scheduleCaptureUpdate();
+    };
+    QObject::connect(&instance, &vistrel::SingleInstance::panicRequested, &model, blank);
+    if (panicAtOnce)
+        blank();
 
     vistrel::TerminationSignals signals([&lifecycle] { lifecycle.terminate(); });
 

@@ -302,17 +302,21 @@ private Q_SLOTS:
         SingleInstance first(runtime.path());
         QCOMPARE(first.claim(), SingleInstance::Role::primary);
         QSignalSpy reopened(&first, &SingleInstance::reopenRequested);
-        // The second asks from a thread of its own, as another process would,
-        // while this thread answers.
-        SingleInstance::Role second = SingleInstance::Role::primary;
-        std::unique_ptr<QThread> asker(QThread::create([&] {
-            SingleInstance other(runtime.path());
-            second = other.claim();
-        }));
-        asker->start();
-        QTRY_VERIFY(asker->isFinished());
-        QCOMPARE(second, SingleInstance::Role::secondary);
+        QSignalSpy panicked(&first, &SingleInstance::panicRequested);
+        // Later starts ask from a thread of their own, as another process
+        // would, while this thread answers: "vistrel", then "vistrel --panic".
+        for (const auto request : {SingleInstance::Request::show, SingleInstance::Request::panic}) {
+            SingleInstance::Role second = SingleInstance::Role::primary;
+            std::unique_ptr<QThread> asker(QThread::create([&] {
+                SingleInstance other(runtime.path());
+                second = other.claim(request);
+            }));
+            asker->start();
+            QTRY_VERIFY(asker->isFinished());
+            QCOMPARE(second, SingleInstance::Role::secondary);
+        }
         QCOMPARE(reopened.size(), 1);
+        QCOMPARE(panicked.size(), 1);
 
         QTemporaryDir crashed;
         QFile stale(crashed.filePath(u"Vistrel.lock"_s));
