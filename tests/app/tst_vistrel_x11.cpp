@@ -655,7 +655,9 @@ private Q_SLOTS:
                                          "panic key works only inside Vistrel");
                  }),
                  log.constData());
-        QString failure = quit(*app, true);
+        // Up and running (its quit handlers too) before it is asked to quit.
+        QVERIFY2(waitForOutput(*app, clientApps[0].colour), qPrintable(failureReport(*app)));
+        QString failure = quit(*app, false);
         QVERIFY2(failure.isEmpty(), qPrintable(failure));
         for (const quint8 key : hKeys)
             xcb_ungrab_key(c, key, m_session.root(), ctrlShift);
