@@ -2,6 +2,7 @@
 
 #include "app/AppLifecycleController.h"
 #include "app/AppMenu.h"
+#include "app/AppWindows.h"
 #include "coordination/MainViewModel.h"
 #include "presentation/ManagedWindowKind.h"
 #include "presentation/SymbolIcon.h"
@@ -49,19 +50,22 @@ void AppTray::rebuildMenu()
 
 QString AppTray::iconSymbol() const
 {
-    return m_model.isPanicHidden() ? u"eye.slash"_s : u"display"_s;
+    return m_model.isPanicHidden() ? u"eye.slash"_s : u"com.quorbit.vistrel"_s;
 }
 
 void AppTray::syncIcon()
 {
     if (!m_icon)
         return;
-    const QColor tint =
-        m_model.isPanicHidden() ? QColor(0xe0, 0x1b, 0x24) : QColor(0x35, 0x84, 0xe4);
-    QIcon icon;
-    for (const int size : {16, 22, 24, 32, 48})
-        icon.addPixmap(QPixmap::fromImage(symbolImage(iconSymbol(), size, tint, 1.0)));
-    m_icon->setIcon(icon);
+    if (m_model.isPanicHidden()) {
+        QIcon icon;
+        for (const int size : {16, 22, 24, 32, 48})
+            icon.addPixmap(
+                QPixmap::fromImage(symbolImage(iconSymbol(), size, QColor(0xe0, 0x1b, 0x24), 1.0)));
+        m_icon->setIcon(icon);
+    } else {
+        m_icon->setIcon(AppWindows::applicationIcon());
+    }
     m_icon->setToolTip(m_model.isPanicHidden() ? tr("Vistrel: output blanked") : tr("Vistrel"));
 }
 

@@ -33,7 +33,7 @@ public:
     // The menu as it opens (rebuilt then, so the preset items are current).
     QMenu* menu() const { return m_menu.get(); }
     void rebuildMenu();
-    // The symbol the icon shows now.
+    // What the icon shows now: the application's icon, or the panic symbol.
     QString iconSymbol() const;
     // Null where the desktop has no tray.
     QSystemTrayIcon* icon() const { return m_icon; }

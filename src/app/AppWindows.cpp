@@ -20,6 +20,7 @@
 
 #include <QAction>
 #include <QDir>
+#include <QIcon>
 #include <QPointer>
 
 using namespace Qt::StringLiterals;
@@ -89,6 +90,12 @@ AppWindows::AppWindows(AppEnvironment& environment, AppLifecycleController& life
 }
 
 AppWindows::~AppWindows() = default;
+
+QIcon AppWindows::applicationIcon()
+{
+    return QIcon::fromTheme(u"com.quorbit.vistrel"_s,
+                            QIcon(u":/vistrel/com.quorbit.vistrel.svg"_s));
+}
 
 void AppWindows::prepareLaunch()
 {

@@ -46,6 +46,9 @@ public:
     AppMenu& menu() const { return *m_menu; }
     AppTray& tray() const { return *m_tray; }
 
+    // The icon theme's, else the one built in.
+    static QIcon applicationIcon();
+
 private:
     void createOutputWindow();
     void describeControl();

@@ -81,6 +81,7 @@ int main(int argc, char** argv)
     qInstallMessageHandler(previousMessageHandler);
     QApplication::setApplicationName(u"Vistrel"_s);
     QGuiApplication::setDesktopFileName(u"com.quorbit.vistrel"_s);
+    QApplication::setWindowIcon(vistrel::AppWindows::applicationIcon());
     // The desktop entry's "Panic Hide Output" action.
     const bool panicAtOnce = QCoreApplication::arguments().contains(u"--panic"_s);
 
