@@ -35,8 +35,6 @@ public:
     void rebuildMenu();
     // What the icon shows now: the application's icon, or the panic symbol.
     QString iconSymbol() const;
-    // Null where the desktop has no tray.
-    QSystemTrayIcon* icon() const { return m_icon; }
 
 private:
     void syncIcon();

@@ -42,9 +42,7 @@ public:
 
     MainControlWindow* controlWindow() const { return m_control.get(); }
     OutputWindow* outputWindow() const { return m_output.get(); }
-    PreviewPanelController* previewController() const { return m_preview.get(); }
     AppMenu& menu() const { return *m_menu; }
-    AppTray& tray() const { return *m_tray; }
 
     // The icon theme's, else the one built in.
     static QIcon applicationIcon();

@@ -298,10 +298,16 @@ void CameraPopover::sync()
     }
     {
         const QSignalBlocker blocker(m_source);
-        m_source->clear();
-        for (const CameraChoice& choice : cameraChoices(m_availableCameras, overlay.cameraDeviceID))
-            m_source->addItem(choice.title,
-                              choice.deviceID ? QVariant(*choice.deviceID) : QVariant());
+        // Sliders change the overlay many times a second; the list rarely.
+        const QList<CameraChoice> choices =
+            cameraChoices(m_availableCameras, overlay.cameraDeviceID);
+        if (choices != m_shownChoices) {
+            m_source->clear();
+            for (const CameraChoice& choice : choices)
+                m_source->addItem(choice.title,
+                                  choice.deviceID ? QVariant(*choice.deviceID) : QVariant());
+            m_shownChoices = choices;
+        }
         const int index = overlay.cameraDeviceID ? m_source->findData(*overlay.cameraDeviceID) : 0;
         m_source->setCurrentIndex(std::max(index, 0));
     }

@@ -6,6 +6,7 @@
 // change goes straight into the main view model, which saves it; the camera
 // session follows the model.
 
+#include "control/CameraControls.h"
 #include "control/Popover.h"
 #include "model/OutputSettings.h"
 #include "platform/CameraPort.h"
@@ -68,6 +69,7 @@ private:
     MainViewModel& m_model;
     Camera m_camera;
     QList<CameraDevice> m_availableCameras;
+    QList<CameraChoice> m_shownChoices; // what the source list holds now
     bool m_cameraPermissionDenied = false;
     QCheckBox* m_enable = nullptr;
     QWidget* m_deniedPanel = nullptr;

@@ -2,24 +2,14 @@
 
 #include "control/DeckText.h"
 
-#include <QHBoxLayout>
 #include <QLabel>
 #include <QVBoxLayout>
 
 namespace vistrel {
 
 SelectionCard::SelectionCard(const QString& title, QWidget* parent)
-    : QFrame(parent), m_note(new QLabel(this)), m_content(new QVBoxLayout)
+    : QFrame(parent), m_content(new QVBoxLayout)
 {
-    QLabel* heading = sectionTitle(title, this);
-    m_note->setFont(heading->font());
-    m_note->setForegroundRole(QPalette::PlaceholderText);
-    m_note->hide();
-
-    auto* titleRow = new QHBoxLayout;
-    titleRow->addWidget(heading);
-    titleRow->addWidget(m_note);
-    titleRow->addStretch();
 
     auto* card = new QFrame(this);
     card->setObjectName(QStringLiteral("selectionCardBody"));
@@ -33,14 +23,8 @@ SelectionCard::SelectionCard(const QString& title, QWidget* parent)
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(4);
-    layout->addLayout(titleRow);
+    layout->addWidget(sectionTitle(title, this));
     layout->addWidget(card);
-}
-
-void SelectionCard::setNote(const QString& note)
-{
-    m_note->setText(note);
-    m_note->setVisible(!note.isEmpty());
 }
 
 } // namespace vistrel

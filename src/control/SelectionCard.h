@@ -1,11 +1,10 @@
 #pragma once
 
-// A titled group inside a popover: a small bold title (with an optional
-// trailing note, such as a count), then its rows on a faint card.
+// A titled group inside a popover: a small bold title, then its rows on a
+// faint card.
 
 #include <QFrame>
 
-class QLabel;
 class QVBoxLayout;
 
 namespace vistrel {
@@ -17,11 +16,8 @@ public:
     SelectionCard(const QString& title, QWidget* parent);
 
     QVBoxLayout* contentLayout() const { return m_content; }
-    // Shown beside the title; empty hides it.
-    void setNote(const QString& note);
 
 private:
-    QLabel* m_note;
     QVBoxLayout* m_content;
 };
 

@@ -31,7 +31,6 @@ public:
                  QWidget* parent = nullptr);
     ~OutputWindow() override;
 
-    OutputStage* stage() const { return m_stage; }
     VideoLayerWidget* videoWidget() const;
     CameraPreviewView* cameraBubble() const;
 

@@ -34,7 +34,6 @@ public:
     PreviewPanel(OutputViewModel& outputViewModel, MainViewModel& mainViewModel, PopoverHub& hub,
                  QWidget* controlWindow);
 
-    OutputStage* stage() const { return m_stage; }
     QAbstractButton* cameraButton() const;
     // The chips, in order.
     QList<QAbstractButton*> chips() const;
