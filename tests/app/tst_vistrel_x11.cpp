@@ -516,16 +516,32 @@ private Q_SLOTS:
         QVERIFY(waitUntil([&] { return (canvas = findWindow(app->processId(), u"Canvas"_s)); }));
         const QRect canvasFrame = *m_session.rootGeometry(canvas);
         const QPoint zone(canvasFrame.center().x(), canvasFrame.bottom() - 60);
+        QByteArray sourceSaid;
+        const auto sourceSays = [&](const char* word) {
+            return waitUntil([&] {
+                sourceSaid += source.readAllStandardOutput();
+                return sourceSaid.contains(word);
+            });
+        };
+        const auto moveTo = [&](QPoint at) {
+            m_session.xdotool({u"mousemove"_s, QString::number(at.x()), QString::number(at.y())});
+        };
         QVERIFY(m_session.xdotool({u"mousemove"_s, QString::number(from.x()),
                                    QString::number(from.y()), u"mousedown"_s, u"1"_s}));
+        // Moves count only once the source has started its drag.
+        QVERIFY(sourceSays("dragging"));
         for (int step = 1; step <= 12; ++step) {
-            const QPoint at = from + (zone - from) * step / 12;
             QTest::qWait(60);
-            m_session.xdotool({u"mousemove"_s, QString::number(at.x()), QString::number(at.y())});
+            moveTo(from + (zone - from) * step / 12);
         }
-        QTest::qWait(300);
+        // Over the zone, the pointer keeps moving a little, as a hand does,
+        // until the target has had time to accept the drag.
+        for (int wiggle = 0; wiggle < 6; ++wiggle) {
+            QTest::qWait(100);
+            moveTo(zone + QPoint(wiggle % 2 ? 3 : -3, 0));
+        }
         QVERIFY(m_session.xdotool({u"mouseup"_s, u"1"_s}));
-        QVERIFY(waitUntil([&] { return source.readAllStandardOutput().contains("dropped"); }));
+        QVERIFY2(sourceSays("dropped"), sourceSaid.constData());
         QVERIFY(waitUntil([&] { return shows(magenta, 50000) && shows(slides, 100000); }));
         QVERIFY(m_session.isMapped(canvas));
         source.kill();

@@ -4,8 +4,8 @@
 //
 // Usage: vistrel-dragsource FILE
 // Shows a 200 x 120 window titled "Drag source"; a press in it starts a
-// drag of FILE's URL (copy). Prints "ready" once shown and "dropped" or
-// "refused" when a drag ends.
+// drag of FILE's URL (copy). Prints "ready" once shown, "dragging" when a
+// drag starts and "dropped" or "refused" when it ends.
 
 #include <QApplication>
 #include <QDrag>
@@ -35,6 +35,8 @@ protected:
         auto* payload = new QMimeData;
         payload->setUrls({QUrl::fromLocalFile(m_file)});
         drag->setMimeData(payload);
+        std::printf("dragging\n");
+        std::fflush(stdout);
         const Qt::DropAction action = drag->exec(Qt::CopyAction);
         std::printf("%s\n", action == Qt::CopyAction ? "dropped" : "refused");
         std::fflush(stdout);
