@@ -20,9 +20,10 @@ set(CPACK_PACKAGE_CONTACT "Vistrel developers <vistrel@quorbit.invalid>")
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION video)
-# Library dependencies come from the binary's shared libraries; the rest is
-# what Qt loads at run time (the X11 platform plugin, SVG icons, cameras).
+# Library dependencies come from the binary's shared libraries (QtSvg among
+# them, whose package also carries the SVG icon plugin); the rest is what Qt
+# loads at run time: the X11 platform plugin and the camera pipeline.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, libqt6svg6, gstreamer1.0-plugins-good")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, gstreamer1.0-plugins-good")
 set(CPACK_STRIP_FILES ON)
 include(CPack)
