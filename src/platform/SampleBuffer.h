@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QImage>
+#include <QRegion>
 #include <optional>
 
 namespace vistrel {
@@ -17,6 +18,17 @@ enum class FrameStatus : int {
 
 enum class SampleOutputType : int { screen = 0, audio = 1 };
 
+// What changed since an earlier frame of the same stream: outside `region`
+// (image pixels) this frame equals the one presented at
+// `sincePresentationTimeNs`. A view that shows exactly that frame may redraw
+// only the region; any other view redraws everything.
+struct FrameChange {
+    qint64 sincePresentationTimeNs = 0;
+    QRegion region;
+
+    friend bool operator==(const FrameChange&, const FrameChange&) = default;
+};
+
 // One captured frame. The image is BGRA (QImage::Format_ARGB32_Premultiplied
 // on little-endian hosts) and may share its pixels with a stream's buffer
 // pool: copies are cheap, and the pool gets the buffer back when the last
@@ -27,11 +39,13 @@ struct SampleBuffer {
     // The raw status attachment; absent when the stream attached none.
     std::optional<qint64> frameStatus;
     qint64 presentationTimeNs = 0; // monotonic clock
+    // Absent: treat the whole frame as new.
+    std::optional<FrameChange> change;
 
     friend bool operator==(const SampleBuffer& a, const SampleBuffer& b)
     {
         return a.image == b.image && a.dataReady == b.dataReady && a.frameStatus == b.frameStatus &&
-               a.presentationTimeNs == b.presentationTimeNs;
+               a.presentationTimeNs == b.presentationTimeNs && a.change == b.change;
     }
 };
 

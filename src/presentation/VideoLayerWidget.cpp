@@ -3,6 +3,7 @@
 #include <QPaintEvent>
 #include <QPainter>
 #include <QTimer>
+#include <QtMath>
 
 namespace vistrel {
 
@@ -24,7 +25,10 @@ public:
             return;
         }
         const QRect before = m_view->pictureRect().toAlignedRect();
+        const QSize previousSize = m_image.size();
+        const qint64 previousFrame = m_presentedAt;
         m_image = buffer.image;
+        m_presentedAt = buffer.presentationTimeNs;
         // Streams deliver premultiplied BGRA; anything else is converted once
         // here rather than on every paint.
         if (m_image.format() != QImage::Format_ARGB32_Premultiplied &&
@@ -32,12 +36,22 @@ public:
             m_image = m_image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
         m_status = DisplayLayerStatus::rendering;
         const QRect after = m_view->pictureRect().toAlignedRect();
-        m_view->requestRepaint(before.united(after));
+        // Only a frame that builds on the one on screen, drawn in the same
+        // place, may be redrawn in part.
+        const bool buildsOnShown = buffer.change && previousFrame != 0 &&
+                                   buffer.change->sincePresentationTimeNs == previousFrame &&
+                                   previousSize == m_image.size() && before == after;
+        if (buildsOnShown)
+            m_view->requestRepaint(
+                changedArea(buffer.change->region, m_image.size(), m_view->pictureRect()));
+        else
+            m_view->requestRepaint(before.united(after));
     }
 
     void flushAndRemoveImage() override
     {
         m_status = DisplayLayerStatus::unknown;
+        m_presentedAt = 0;
         if (m_image.isNull())
             return;
         const QRect before = m_view->pictureRect().toAlignedRect();
@@ -74,6 +88,7 @@ public:
 
     VideoLayerWidget* m_view;
     QImage m_image;
+    qint64 m_presentedAt = 0; // the shown frame's presentation time; 0: none
     DisplayLayerStatus m_status = DisplayLayerStatus::unknown;
     VideoGravity m_gravity = VideoGravity::resizeAspect;
     QColor m_backgroundColor = Qt::transparent;
@@ -119,6 +134,34 @@ QRectF VideoLayerWidget::pictureRect() const
     return {};
 }
 
+QRegion VideoLayerWidget::changedArea(const QRegion& imageRegion, QSize imageSize,
+                                      const QRectF& target)
+{
+    if (imageSize.isEmpty() || target.isEmpty())
+        return {};
+    const QRect bounds = target.toAlignedRect();
+    // Too many pieces cost more to clip and flush than the pixels they spare.
+    constexpr int maximumPieces = 32;
+    if (imageRegion.rectCount() > maximumPieces)
+        return changedArea(QRegion(imageRegion.boundingRect()), imageSize, target);
+    const qreal sy = target.height() / imageSize.height();
+    QRegion area;
+    for (const QRect& piece : imageRegion) {
+        // Smooth scaling blends each view pixel from its neighbours in the
+        // image, so a changed image pixel reaches one pixel further on each
+        // side, and rounding out takes one more. Whole lines are redrawn:
+        // the painter steps along each line from where it starts drawing, so
+        // a line begun elsewhere would round a little differently from the
+        // pixels around it.
+        const qreal top = target.y() + (piece.y() - 1) * sy;
+        const qreal bottom = target.y() + (piece.y() + piece.height() + 1) * sy;
+        const QRect band(bounds.left(), qFloor(top) - 1, bounds.width(),
+                         qCeil(bottom) - qFloor(top) + 2);
+        area += band & bounds;
+    }
+    return area;
+}
+
 void VideoLayerWidget::setMaximumFrameRate(int framesPerSecond)
 {
     m_minimumPaintInterval = framesPerSecond > 0 ? 1000 / framesPerSecond : 0;
@@ -132,7 +175,7 @@ void VideoLayerWidget::setMaximumFrameRate(int framesPerSecond)
     }
 }
 
-void VideoLayerWidget::requestRepaint(const QRect& area)
+void VideoLayerWidget::requestRepaint(const QRegion& area)
 {
     if (m_minimumPaintInterval <= 0 || !m_sinceLastPaint.isValid()) {
         update(area);

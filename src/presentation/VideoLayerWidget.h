@@ -37,12 +37,16 @@ public:
     // come faster wait for the next turn, and the newest of them is shown.
     void setMaximumFrameRate(int framesPerSecond);
 
+    // The view pixels to redraw when `imageRegion` of a frame of `imageSize`
+    // drawn smoothly scaled into `target` changed.
+    static QRegion changedArea(const QRegion& imageRegion, QSize imageSize, const QRectF& target);
+
 protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
     // Repaints `area` now or, under a frame-rate cap, at the next turn.
-    void requestRepaint(const QRect& area);
+    void requestRepaint(const QRegion& area);
 
     class Layer;
     Layer* m_layer;

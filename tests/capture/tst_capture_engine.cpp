@@ -283,7 +283,7 @@ private Q_SLOTS:
         if (pictureUp) {
             rig.renderer.addDisplayLayer(&other);
             rig.renderer.enqueue(SampleBuffer{QImage(2, 2, QImage::Format_ARGB32_Premultiplied),
-                                              true, std::nullopt, 0});
+                                              true, std::nullopt, 0, std::nullopt});
         }
         rig.engine->apply(next);
         QCOMPARE(rig.status(), StreamStatus::starting());
@@ -333,9 +333,9 @@ private Q_SLOTS:
         rig.engine->apply(plan(u"a"_s));
         rig.settle();
         // What is not screen output is no frame.
-        rig.engine->handleSample(
-            SampleBuffer{QImage(2, 2, QImage::Format_ARGB32_Premultiplied), true, std::nullopt, 0},
-            SampleOutputType::audio);
+        rig.engine->handleSample(SampleBuffer{QImage(2, 2, QImage::Format_ARGB32_Premultiplied),
+                                              true, std::nullopt, 0, std::nullopt},
+                                 SampleOutputType::audio);
         QCOMPARE(rig.layer.frames.size(), 0);
         QCOMPARE(rig.status(), StreamStatus::starting());
 

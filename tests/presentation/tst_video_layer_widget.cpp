@@ -1,7 +1,10 @@
 #include "capture/OutputRenderer.h"
 #include "presentation/VideoLayerWidget.h"
 
+#include <QBackingStore>
+#include <QPaintEvent>
 #include <QPainter>
+#include <QRandomGenerator>
 #include <QTest>
 #include <memory>
 
@@ -23,7 +26,7 @@ SampleBuffer twoColourFrame(QSize size)
     painter.fillRect(QRect(size.width() / 2, 0, size.width() - size.width() / 2, size.height()),
                      QColor::fromRgba(blue));
     painter.end();
-    return SampleBuffer{image, true, std::nullopt, 0};
+    return SampleBuffer{image, true, std::nullopt, 0, std::nullopt};
 }
 
 // Stands in for the output window: paints the canvas colour behind the video.
@@ -50,11 +53,34 @@ protected:
     }
 };
 
+// Remembers what each repaint covered.
+class RegionRecordingVideo : public VideoLayerWidget {
+public:
+    using VideoLayerWidget::VideoLayerWidget;
+    QRegion painted;
+
+protected:
+    void paintEvent(QPaintEvent* event) override
+    {
+        painted += event->region();
+        VideoLayerWidget::paintEvent(event);
+    }
+};
+
+void paintNoise(QImage* image, const QRect& area, QRandomGenerator& random)
+{
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        auto* line = reinterpret_cast<QRgb*>(image->scanLine(y));
+        for (int x = area.left(); x <= area.right(); ++x)
+            line[x] = random.generate() | 0xff000000u;
+    }
+}
+
 SampleBuffer solidFrame(QRgb colour)
 {
     QImage image(12, 8, QImage::Format_ARGB32_Premultiplied);
     image.fill(colour);
-    return SampleBuffer{image, true, std::nullopt, 0};
+    return SampleBuffer{image, true, std::nullopt, 0, std::nullopt};
 }
 
 QImage grabbed(QWidget& widget)
@@ -178,6 +204,71 @@ private Q_SLOTS:
         QCOMPARE(grabbed(video).pixel(60, 40), blue);
     }
 
+    // A frame that says what changed since the one on screen is redrawn only
+    // there; after each frame the window's pixels must equal a whole redraw.
+    // Noise makes any pixel the smooth scaling blends in but the redraw
+    // missed show up.
+    void partialRepaintsMatchWholeRepaints_data()
+    {
+        QTest::addColumn<QSize>("frameSize");
+        QTest::addColumn<QSize>("viewSize");
+        QTest::addColumn<bool>("chained"); // the change builds on the frame shown
+        QTest::newRow("scaled down") << QSize(1920, 1080) << QSize(640, 390) << true;
+        QTest::newRow("preview-sized") << QSize(1920, 1080) << QSize(260, 146) << true;
+        QTest::newRow("scaled up") << QSize(160, 90) << QSize(700, 400) << true;
+        QTest::newRow("one to one") << QSize(300, 200) << QSize(300, 200) << true;
+        QTest::newRow("not the frame shown") << QSize(640, 360) << QSize(320, 200) << false;
+    }
+
+    void partialRepaintsMatchWholeRepaints()
+    {
+        QFETCH(QSize, frameSize);
+        QFETCH(QSize, viewSize);
+        QFETCH(bool, chained);
+        CanvasWidget canvas;
+        canvas.resize(viewSize);
+        auto* video = new RegionRecordingVideo(&canvas);
+        video->resize(viewSize);
+        canvas.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&canvas));
+        QImage* shown = static_cast<QImage*>(canvas.backingStore()->paintDevice());
+        QCOMPARE(shown->size(), viewSize);
+
+        QRandomGenerator random(7);
+        QImage image(frameSize, QImage::Format_ARGB32_Premultiplied);
+        paintNoise(&image, image.rect(), random);
+        qint64 shownAt = 1;
+        video->painted = QRegion();
+        video->displayLayer()->enqueueSampleBuffer(
+            SampleBuffer{image, true, std::nullopt, shownAt, std::nullopt});
+        const QRegion picture(video->pictureRect().toAlignedRect());
+        QTRY_COMPARE(video->painted, picture);
+        for (int step = 0; step < 8; ++step) {
+            image = image.copy(); // the previous frame is still on screen
+            QRegion changed;
+            for (int i = 0; i < 3; ++i) {
+                const QRect piece(random.bounded(frameSize.width()),
+                                  random.bounded(frameSize.height()),
+                                  1 + random.bounded(frameSize.width() / 4),
+                                  1 + random.bounded(frameSize.height() / 4));
+                paintNoise(&image, piece & image.rect(), random);
+                changed += piece & image.rect();
+            }
+            SampleBuffer frame{image, true, std::nullopt, shownAt + 1, std::nullopt};
+            // A change against another frame than the one shown must not be
+            // trusted: here it also leaves out most of what changed.
+            frame.change = FrameChange{chained ? shownAt : shownAt - 1,
+                                       chained ? changed : QRegion(0, 0, 1, 1)};
+            shownAt = frame.presentationTimeNs;
+            video->painted = QRegion();
+            video->displayLayer()->enqueueSampleBuffer(frame);
+            QTRY_VERIFY(!video->painted.isEmpty());
+            QCOMPARE(video->painted != picture, chained);
+            const QImage whole = canvas.grab().toImage().convertToFormat(shown->format());
+            QCOMPARE(*shown, whole);
+        }
+    }
+
     void transparentFramePixelsShowTheCanvas()
     {
         CanvasWidget canvas;
@@ -187,7 +278,8 @@ private Q_SLOTS:
         QImage image(10, 10, QImage::Format_ARGB32_Premultiplied);
         image.fill(Qt::transparent);
         image.setPixel(0, 0, red); // keeps the frame from being all clear
-        video->displayLayer()->enqueueSampleBuffer(SampleBuffer{image, true, std::nullopt, 0});
+        video->displayLayer()->enqueueSampleBuffer(
+            SampleBuffer{image, true, std::nullopt, 0, std::nullopt});
         QCOMPARE(grabbed(canvas).pixel(50, 50), canvasGreen);
     }
 
@@ -199,7 +291,7 @@ private Q_SLOTS:
         layer->enqueueSampleBuffer(twoColourFrame(QSize(4, 4)));
         QCOMPARE(layer->status(), DisplayLayerStatus::rendering);
 
-        layer->enqueueSampleBuffer(SampleBuffer{QImage(), true, std::nullopt, 0});
+        layer->enqueueSampleBuffer(SampleBuffer{QImage(), true, std::nullopt, 0, std::nullopt});
         QCOMPARE(layer->status(), DisplayLayerStatus::failed);
         QCOMPARE(video.pictureRect(), QRectF(0, 0, 40, 40));
 

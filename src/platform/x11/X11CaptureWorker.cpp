@@ -234,6 +234,7 @@ void X11CaptureWorker::run(Started started)
     // Frames are paced by when they were started, so that the time spent
     // building one does not stretch the interval to the next.
     qint64 lastFrameStart = 0;
+    qint64 lastPresented = 0; // the frame the next partial one builds on
     qint64 lastCursorPoll = 0;
     xcb_flush(c);
 
@@ -350,8 +351,10 @@ void X11CaptureWorker::run(Started started)
                 handle(event.get());
             session.refreshAdmission();
             QImage image;
-            const auto status = compositor.render(tree, session.admission, QColor(0, 0, 0, 0),
-                                                  session.configuration.showsCursor, &image);
+            std::optional<QRegion> changed;
+            const auto status =
+                compositor.render(tree, session.admission, QColor(0, 0, 0, 0),
+                                  session.configuration.showsCursor, &image, &changed);
             xcb_ungrab_server(c);
             xcb_flush(c);
             if (status == X11Compositor::Status::frame) {
@@ -365,9 +368,12 @@ void X11CaptureWorker::run(Started started)
                         buffer.dataReady = true;
                         buffer.frameStatus = qint64(FrameStatus::complete);
                         buffer.presentationTimeNs = presented;
+                        if (changed && lastPresented != 0)
+                            buffer.change = FrameChange{lastPresented, std::move(*changed)};
                         delegate->streamDidOutputSampleBuffer(buffer, SampleOutputType::screen);
                     }
                 }
+                lastPresented = presented;
             } else {
                 // Every buffer is still in flight, or the read failed (a
                 // vanished window mid-frame): try again shortly.

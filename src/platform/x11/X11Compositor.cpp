@@ -229,7 +229,8 @@ void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fi
 }
 
 X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdmission& admission,
-                                            const QColor& fill, bool showCursor, QImage* image)
+                                            const QColor& fill, bool showCursor, QImage* image,
+                                            std::optional<QRegion>* changedOut)
 {
     if (!m_pool || !m_pool->isValid())
         return Status::failed;
@@ -330,6 +331,10 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdm
         return Status::failed;
     }
     *image = m_pool->wrap(buffer);
+    if (whole)
+        changedOut->reset();
+    else
+        *changedOut = changed;
     if (m_verify && !whole)
         verify(*image, desktop, fill, windows, showCursor);
     return Status::frame;

@@ -31,6 +31,7 @@
 #include <QRegion>
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <xcb/damage.h>
 #include <xcb/render.h>
 #include <xcb/xcb.h>
@@ -70,8 +71,10 @@ public:
 
     // The pointer over a window the filter leaves out is drawn as a plain
     // arrow: that window's cursor image could tell what it shows.
+    // `changed`: where this frame differs from the previous one rendered
+    // (output pixels); absent when it was built whole.
     Status render(X11WindowTree& tree, const WindowAdmission& admission, const QColor& fill,
-                  bool showCursor, QImage* image);
+                  bool showCursor, QImage* image, std::optional<QRegion>* changed);
 
 private:
     // A pixmap and a picture on it.
