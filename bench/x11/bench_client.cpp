@@ -19,6 +19,7 @@ struct Options {
     int x = 100, y = 100, width = 400, height = 300;
     int animateFps = 0;
     bool overrideRedirect = false;
+    std::string className = "BenchClient";
 };
 
 Options parse(int argc, char** argv)
@@ -33,6 +34,8 @@ Options parse(int argc, char** argv)
             std::sscanf(value, "%dx%d+%d+%d", &o.width, &o.height, &o.x, &o.y);
         else if (key == "--animate")
             o.animateFps = std::atoi(value);
+        else if (key == "--class")
+            o.className = value;
         else if (key == "--override-redirect")
             o.overrideRedirect = std::atoi(value) != 0;
     }
@@ -68,9 +71,9 @@ int main(int argc, char** argv)
     const char title[] = "bench client";
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8,
                         sizeof title - 1, title);
-    const char wmClass[] = "bench\0BenchClient";
+    const std::string wmClass = std::string("bench", 6) + o.className + '\0';
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
-                        sizeof wmClass, wmClass);
+                        uint32_t(wmClass.size()), wmClass.data());
     // Position given by the user: the window manager keeps the window where
     // the benchmark asked, instead of placing it itself.
     uint32_t sizeHints[18] = {};
