@@ -69,7 +69,9 @@ report() {
   local cpu xvfb
   cpu="$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//')"
   xvfb="$(dpkg-query -W -f='${Version}' xvfb 2>/dev/null || echo unknown)"
-  echo "### X11 capture, $(date -u '+%Y-%m-%d %H:%M UTC')"
+  local title="X11 capture"
+  ((capture)) || title="X11 discovery"
+  echo "### $title, $(date -u '+%Y-%m-%d %H:%M UTC')"
   echo
   local ffmpeg="no ffmpeg"
   command -v ffmpeg >/dev/null 2>&1 && ffmpeg="$(ffmpeg -version | head -1 | cut -d' ' -f1-3)"
