@@ -1,6 +1,8 @@
-// A bare XCB client for the capture benchmark: one solid-colour window,
+// A bare XCB client for the X11 benchmarks: one solid-colour window,
 // optionally repainted with a new colour every frame, and colour changes on
 // stdin ("color RRGGBB"), so that the benchmark can time change-to-frame.
+// With --windows N it opens N such windows side by side (the first one is
+// the one painted and reported), so that discovery has a crowded desktop.
 
 #include <algorithm>
 #include <chrono>
@@ -20,6 +22,7 @@ struct Options {
     int animateFps = 0;
     bool overrideRedirect = false;
     std::string className = "BenchClient";
+    int windows = 1;
 };
 
 Options parse(int argc, char** argv)
@@ -38,6 +41,8 @@ Options parse(int argc, char** argv)
             o.className = value;
         else if (key == "--override-redirect")
             o.overrideRedirect = std::atoi(value) != 0;
+        else if (key == "--windows")
+            o.windows = std::max(1, std::atoi(value));
     }
     return o;
 }
@@ -53,40 +58,50 @@ int main(int argc, char** argv)
         return 1;
     }
     xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
-    const xcb_window_t window = xcb_generate_id(c);
-    const uint32_t values[] = {o.colour, uint32_t(o.overrideRedirect),
-                               XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_STRUCTURE_NOTIFY};
-    xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, int16_t(o.x), int16_t(o.y),
-                      uint16_t(o.width), uint16_t(o.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
-                      screen->root_visual,
-                      XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
-    const pid_t pid = getpid();
     xcb_intern_atom_reply_t* atom =
         xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, 11, "_NET_WM_PID"), nullptr);
-    if (atom) {
-        xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, atom->atom, XCB_ATOM_CARDINAL, 32, 1,
-                            &pid);
-        std::free(atom);
-    }
-    const char title[] = "bench client";
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8,
-                        sizeof title - 1, title);
-    const std::string wmClass = std::string("bench", 6) + o.className + '\0';
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
-                        uint32_t(wmClass.size()), wmClass.data());
-    // Position given by the user: the window manager keeps the window where
-    // the benchmark asked, instead of placing it itself.
-    uint32_t sizeHints[18] = {};
-    sizeHints[0] = 1 | 2; // USPosition | USSize
-    sizeHints[1] = uint32_t(o.x);
-    sizeHints[2] = uint32_t(o.y);
-    sizeHints[3] = uint32_t(o.width);
-    sizeHints[4] = uint32_t(o.height);
-    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_NORMAL_HINTS,
-                        XCB_ATOM_WM_SIZE_HINTS, 32, 18, sizeHints);
+    const xcb_atom_t pidAtom = atom ? atom->atom : xcb_atom_t(XCB_ATOM_NONE);
+    std::free(atom);
+    const pid_t pid = getpid();
+    // The extra windows step right and down from the first one, wrapping
+    // every 20, so that each keeps a place of its own.
+    const auto open = [&](int index) {
+        const int x = o.x + (index % 20) * 24;
+        const int y = o.y + (index / 20 % 20) * 24;
+        const xcb_window_t w = xcb_generate_id(c);
+        const uint32_t values[] = {o.colour, uint32_t(o.overrideRedirect),
+                                   XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, w, screen->root, int16_t(x), int16_t(y),
+                          uint16_t(o.width), uint16_t(o.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                          screen->root_visual,
+                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
+        if (pidAtom != XCB_ATOM_NONE)
+            xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, pidAtom, XCB_ATOM_CARDINAL, 32, 1,
+                                &pid);
+        const std::string title = "bench client " + std::to_string(index);
+        xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8,
+                            uint32_t(title.size()), title.data());
+        const std::string wmClass = std::string("bench", 6) + o.className + '\0';
+        xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
+                            uint32_t(wmClass.size()), wmClass.data());
+        // Position given by the user: the window manager keeps the window
+        // where the benchmark asked, instead of placing it itself.
+        uint32_t sizeHints[18] = {};
+        sizeHints[0] = 1 | 2; // USPosition | USSize
+        sizeHints[1] = uint32_t(x);
+        sizeHints[2] = uint32_t(y);
+        sizeHints[3] = uint32_t(o.width);
+        sizeHints[4] = uint32_t(o.height);
+        xcb_change_property(c, XCB_PROP_MODE_REPLACE, w, XCB_ATOM_WM_NORMAL_HINTS,
+                            XCB_ATOM_WM_SIZE_HINTS, 32, 18, sizeHints);
+        xcb_map_window(c, w);
+        return w;
+    };
+    const xcb_window_t window = open(0);
+    for (int i = 1; i < o.windows; ++i)
+        open(i);
     const xcb_gcontext_t gc = xcb_generate_id(c);
     xcb_create_gc(c, gc, window, XCB_GC_FOREGROUND, &o.colour);
-    xcb_map_window(c, window);
     xcb_flush(c);
 
     unsigned colour = o.colour;

@@ -1,98 +1,34 @@
 #include "platform/x11/X11ShareableContentSource.h"
 
-#include "platform/x11/X11Monitors.h"
+#include "platform/x11/X11DiscoveryCache.h"
 #include "platform/x11/X11WindowInspector.h"
-#include "platform/x11/XcbPtr.h"
 
 #include <QFutureWatcher>
 #include <QHash>
 #include <QPromise>
 #include <QThreadPool>
-#include <memory>
-#include <xcb/randr.h>
-#include <xcb/res.h>
-
-using namespace Qt::StringLiterals;
+#include <atomic>
+#include <mutex>
 
 namespace vistrel::x11 {
 
-namespace {
-
 using Result = std::variant<ShareableContent, PlatformError>;
 
-PlatformError error(int code, const QString& message)
-{
-    return PlatformError{X11ShareableContentSource::errorDomain, code, message};
-}
-
-bool atLeast(quint32 major, quint32 minor, quint32 wantMajor, quint32 wantMinor)
-{
-    return major > wantMajor || (major == wantMajor && minor >= wantMinor);
-}
-
-QList<LiveDisplay> readDisplays(xcb_connection_t* c, const xcb_screen_t* screen)
-{
-    QList<LiveDisplay> displays;
-    for (const X11Monitor& monitor : readMonitors(c, screen)) {
-        LiveDisplay display;
-        display.displayID = monitor.displayID;
-        display.frame = QRectF(monitor.geometry);
-        display.width = display.pixelWidth = monitor.geometry.width();
-        display.height = display.pixelHeight = monitor.geometry.height();
-        displays << display;
-    }
-    if (displays.isEmpty()) { // no monitor reported: the whole screen is one display (id 0)
-        LiveDisplay whole;
-        whole.frame = QRectF(0, 0, screen->width_in_pixels, screen->height_in_pixels);
-        whole.width = whole.pixelWidth = screen->width_in_pixels;
-        whole.height = whole.pixelHeight = screen->height_in_pixels;
-        displays << whole;
-    }
-    return displays;
-}
-
-struct Candidate {
-    xcb_window_t client;
-    xcb_window_t frame;
+struct X11ShareableContentSource::Passes {
+    explicit Passes(QByteArray displayName) : cache(std::move(displayName)) {}
+    std::mutex mutex; // held for a whole pass
+    X11DiscoveryCache cache;
+    std::atomic<int> windowsRead{0};
 };
 
-// Bottom to top: managed clients (found below their frames) and mapped
-// windows that no window manager frames (override-redirect, or everything
-// when none runs).
-QList<Candidate> stackingCandidates(xcb_connection_t* c, const X11WindowInspector& inspector)
+X11ShareableContentSource::X11ShareableContentSource(QByteArray displayName, QObject* parent)
+    : QObject(parent), m_passes(std::make_shared<Passes>(std::move(displayName)))
 {
-    const bool managed = inspector.hasWindowManager();
-    const auto clientList = managed ? inspector.clientListStacking() : std::nullopt;
-    const QList<xcb_window_t> tops = inspector.topLevels();
-    QList<xcb_get_window_attributes_cookie_t> cookies;
-    for (xcb_window_t w : tops)
-        cookies << xcb_get_window_attributes(c, w);
-    QList<Candidate> candidates;
-    for (qsizetype i = 0; i < tops.size(); ++i) {
-        auto [attributes, e] = xcbReply(xcb_get_window_attributes_reply, c, cookies[i]);
-        if (!attributes || attributes->_class == XCB_WINDOW_CLASS_INPUT_ONLY)
-            continue;
-        const bool viewable = attributes->map_state == XCB_MAP_STATE_VIEWABLE;
-        if (attributes->override_redirect) {
-            if (viewable)
-                candidates << Candidate{tops[i], tops[i]};
-            continue;
-        }
-        if (const auto client = inspector.clientBelow(tops[i])) {
-            if (!clientList || clientList->contains(*client))
-                candidates << Candidate{*client, tops[i]};
-        } else if (viewable && !managed) {
-            candidates << Candidate{tops[i], tops[i]};
-        }
-    }
-    return candidates;
 }
 
-} // namespace
-
-X11ShareableContentSource::X11ShareableContentSource(QByteArray displayName, QObject* parent)
-    : QObject(parent), m_displayName(std::move(displayName))
+int X11ShareableContentSource::windowsReadByLastPass() const
 {
+    return m_passes->windowsRead.load();
 }
 
 void X11ShareableContentSource::fetch(bool excludingDesktopWindows, bool onScreenWindowsOnly,
@@ -111,56 +47,42 @@ void X11ShareableContentSource::fetch(bool excludingDesktopWindows, bool onScree
                     completion(std::nullopt, std::get<PlatformError>(result));
             });
     watcher->setFuture(promise->future());
-    QThreadPool::globalInstance()->start(
-        [promise, name = m_displayName, excludingDesktopWindows, onScreenWindowsOnly] {
-            promise->start();
-            promise->addResult(snapshot(name, excludingDesktopWindows, onScreenWindowsOnly));
-            promise->finish();
-        });
+    QThreadPool::globalInstance()->start([promise, passes = m_passes, excludingDesktopWindows,
+                                          onScreenWindowsOnly] {
+        promise->start();
+        {
+            std::lock_guard lock(passes->mutex);
+            auto desktop = passes->cache.pass();
+            passes->windowsRead = passes->cache.windowsRead();
+            if (const auto* value = std::get_if<X11Desktop>(&desktop))
+                promise->addResult(contentOf(*value, excludingDesktopWindows, onScreenWindowsOnly));
+            else
+                promise->addResult(std::get<PlatformError>(desktop));
+        }
+        promise->finish();
+    });
 }
 
 std::variant<ShareableContent, PlatformError>
 X11ShareableContentSource::snapshot(const QByteArray& displayName, bool excludingDesktopWindows,
                                     bool onScreenWindowsOnly)
 {
-    const QByteArray name = displayName.isEmpty() ? qgetenv("DISPLAY") : displayName;
-    XcbConnection connection(xcb_connect(name.isEmpty() ? nullptr : name.constData(), nullptr));
-    xcb_connection_t* c = connection.get();
-    if (xcb_connection_has_error(c))
-        return error(
-            1, u"Cannot connect to the X display \"%1\"."_s.arg(QString::fromLocal8Bit(name)));
-    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    X11DiscoveryCache cache(displayName);
+    auto desktop = cache.pass();
+    if (const auto* value = std::get_if<X11Desktop>(&desktop))
+        return contentOf(*value, excludingDesktopWindows, onScreenWindowsOnly);
+    return std::get<PlatformError>(desktop);
+}
 
-    const auto* randr = xcb_get_extension_data(c, &xcb_randr_id);
-    if (!randr || !randr->present)
-        return error(2, u"The X display has no RandR extension."_s);
-    auto [randrVersion, e1] =
-        xcbReply(xcb_randr_query_version_reply, c, xcb_randr_query_version(c, 1, 5));
-    if (!randrVersion || !atLeast(randrVersion->major_version, randrVersion->minor_version, 1, 5))
-        return error(2, u"The X display's RandR extension is older than 1.5."_s);
-    bool hasResource = false;
-    if (const auto* res = xcb_get_extension_data(c, &xcb_res_id); res && res->present) {
-        auto [version, e2] =
-            xcbReply(xcb_res_query_version_reply, c, xcb_res_query_version(c, 1, 2));
-        hasResource = version && atLeast(version->server_major, version->server_minor, 1, 2);
-    }
-
+ShareableContent X11ShareableContentSource::contentOf(const X11Desktop& desktop,
+                                                      bool excludingDesktopWindows,
+                                                      bool onScreenWindowsOnly)
+{
     ShareableContent content;
-    content.displays = readDisplays(c, screen);
-
-    X11WindowInspector inspector(c, screen->root, hasResource);
-    const auto active = inspector.activeWindow();
-    const auto desktop = inspector.currentDesktop();
-    const QList<Candidate> candidates = stackingCandidates(c, inspector);
-
-    QList<X11WindowInfo> infos; // front to back
-    for (auto it = candidates.crbegin(); it != candidates.crend(); ++it) {
-        auto info = inspector.inspect(it->client, it->frame);
-        if (auto* value = std::get_if<X11WindowInfo>(&info)) // vanished windows are skipped
-            infos << *value;
-    }
-    if (xcb_connection_has_error(c))
-        return error(3, u"Lost the connection to the X display."_s);
+    content.displays = desktop.displays;
+    const QList<X11WindowInfo>& infos = desktop.windows;
+    const auto& active = desktop.activeWindow;
+    const auto& currentDesktop = desktop.currentDesktop;
 
     // One application per process, named by its front-most ordinary window.
     QHash<qint32, qsizetype> appIndex;
@@ -187,8 +109,8 @@ X11ShareableContentSource::snapshot(const QByteArray& displayName, bool excludin
         window.title = info.title;
         window.frame = QRectF(info.frameGeometry);
         window.windowLayer = info.layer;
-        const bool onDesktop =
-            !info.desktop || !desktop || *info.desktop == *desktop || *info.desktop == 0xFFFFFFFFu;
+        const bool onDesktop = !info.desktop || !currentDesktop ||
+                               *info.desktop == *currentDesktop || *info.desktop == 0xFFFFFFFFu;
         window.isOnScreen = info.viewable && !info.hidden && onDesktop;
         window.isActive = active && (*active == info.client || *active == info.frame);
         if (info.processID)

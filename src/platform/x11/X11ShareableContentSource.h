@@ -8,8 +8,11 @@
 // Window frames are the window manager's frame (decoration included), since
 // that is what the user sees of the window; window ids are client ids.
 //
-// Threading: snapshot() runs on any thread with a connection of its own;
-// fetch() runs it on the thread pool and answers on the owner's thread.
+// Threading: fetch() runs a pass on the thread pool and answers on the
+// owner's thread. Passes share one connection and one cache of the desktop
+// (X11DiscoveryCache), so they are serialised: a pass waits for the one
+// before it. The cache outlives this object until a running pass ends.
+// snapshot() is a single pass on a connection of its own, on any thread.
 // Coordinates: global, y-down; one point is one pixel.
 
 #include "platform/CaptureBackend.h"
@@ -18,10 +21,13 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <memory>
 #include <optional>
 #include <variant>
 
 namespace vistrel::x11 {
+
+struct X11Desktop;
 
 class X11ShareableContentSource : public QObject {
     Q_OBJECT
@@ -34,6 +40,10 @@ public:
     void fetch(bool excludingDesktopWindows, bool onScreenWindowsOnly,
                CaptureBackend::ContentCompletion completion);
 
+    // How many windows the latest finished pass read from the server; 0
+    // when nothing had changed since the pass before. Any thread.
+    int windowsReadByLastPass() const;
+
     // Blocking; any thread. Failures (no display, lost connection, missing
     // RandR 1.5) are returned as errors with a sentence for the user.
     static std::variant<ShareableContent, PlatformError>
@@ -41,8 +51,14 @@ public:
 
     static inline const QString errorDomain = QStringLiteral("X11ShareableContent");
 
+    // The snapshot as published, from what a pass read: one application per
+    // process, named by its front-most ordinary window.
+    static ShareableContent contentOf(const X11Desktop& desktop, bool excludingDesktopWindows,
+                                      bool onScreenWindowsOnly);
+
 private:
-    QByteArray m_displayName;
+    struct Passes;
+    std::shared_ptr<Passes> m_passes;
 };
 
 } // namespace vistrel::x11

@@ -339,18 +339,20 @@ std::optional<quint32> X11WindowInspector::currentDesktop() const
     return values.isEmpty() ? std::nullopt : std::optional(values.first());
 }
 
-bool X11WindowInspector::hasWindowManager() const
+std::optional<xcb_window_t> X11WindowInspector::windowManagerCheck() const
 {
     // The check window must exist and point at itself, or the property is stale.
     auto rootCheck = takeProperty(
         m_c, getProperty(m_c, m_root, m_atoms.netSupportingWmCheck, XCB_ATOM_WINDOW, 1));
     const auto values = cardinals(rootCheck.get());
     if (values.isEmpty())
-        return false;
+        return std::nullopt;
     auto selfCheck = takeProperty(
         m_c, getProperty(m_c, values.first(), m_atoms.netSupportingWmCheck, XCB_ATOM_WINDOW, 1));
     const auto self = cardinals(selfCheck.get());
-    return !self.isEmpty() && self.first() == values.first();
+    if (self.isEmpty() || self.first() != values.first())
+        return std::nullopt;
+    return values.first();
 }
 
 QList<xcb_window_t> X11WindowInspector::topLevels() const

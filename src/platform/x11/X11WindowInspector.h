@@ -109,7 +109,9 @@ public:
     std::optional<xcb_window_t> activeWindow() const;
     std::optional<quint32> currentDesktop() const;
     // True when an EWMH window manager runs (_NET_SUPPORTING_WM_CHECK valid).
-    bool hasWindowManager() const;
+    bool hasWindowManager() const { return windowManagerCheck().has_value(); }
+    // The window manager's check window, when it is valid.
+    std::optional<xcb_window_t> windowManagerCheck() const;
     // The root's children, bottom to top.
     QList<xcb_window_t> topLevels() const;
 

@@ -59,6 +59,20 @@ ShareableContent snapshot(const QByteArray& display, bool excludeDesktop = false
     return std::get<ShareableContent>(result);
 }
 
+// One pass of a source the caller keeps, as the application asks for it.
+std::variant<ShareableContent, PlatformError> fetch(X11ShareableContentSource& source)
+{
+    std::optional<std::variant<ShareableContent, PlatformError>> answer;
+    source.fetch(false, false, [&](auto content, auto error) {
+        if (content)
+            answer = *content;
+        else
+            answer = *error;
+    });
+    waitUntil([&] { return answer.has_value(); });
+    return answer.value_or(PlatformError{});
+}
+
 } // namespace
 
 class TestX11Discovery : public QObject {
@@ -262,6 +276,63 @@ private Q_SLOTS:
         QVERIFY(m_editor->on(u"close"_s, id));
     }
 
+    // One source kept across passes, as the application keeps it: what
+    // changes between two passes shows in the next one exactly as a fresh
+    // look sees it, and a pass over a desktop where nothing changed reads
+    // nothing from the server.
+    void keptSourceFollowsChanges()
+    {
+        X11ShareableContentSource source(m_session.displayName());
+        const quint32 renamed =
+            m_editor->window(0x445566, {1000, 300, 200, 150}, u"title=Before"_s);
+        const quint32 closed = m_editor->window(0x556677, {1250, 300, 200, 150});
+        const quint32 unmapped = m_viewer->window(0x667788, {1000, 520, 200, 150});
+        const quint32 moved = m_viewer->window(0x778899, {1250, 520, 200, 150});
+        QVERIFY(renamed && closed && unmapped && moved);
+        QVERIFY(waitUntil([&] {
+            const auto kept = fetch(source);
+            const auto* content = std::get_if<ShareableContent>(&kept);
+            return content && findWindow(*content, renamed) && findWindow(*content, closed) &&
+                   findWindow(*content, unmapped) && findWindow(*content, moved);
+        }));
+        QVERIFY(source.windowsReadByLastPass() > 0);
+
+        QVERIFY(m_editor->on(u"title"_s, renamed, u"After"_s));
+        const quint32 added = m_editor->window(0x8899aa, {1500, 300, 200, 150}, u"title=Added"_s);
+        QVERIFY(added && m_editor->on(u"close"_s, closed));
+        QVERIFY(m_viewer->on(u"unmap"_s, unmapped));
+        QVERIFY(m_viewer->on(u"move"_s, moved, u"1300 700"_s));
+        // A fresh snapshot says when the window manager has done its part;
+        // the kept source must then agree with it in every detail.
+        ShareableContent fresh;
+        std::variant<ShareableContent, PlatformError> kept;
+        QVERIFY(waitUntil([&] {
+            fresh = snapshot();
+            const LiveWindow* title = findWindow(fresh, renamed);
+            const LiveWindow* move = findWindow(fresh, moved);
+            if (!title || title->title != u"After"_s || !findWindow(fresh, added) ||
+                findWindow(fresh, closed) || findWindow(fresh, unmapped) || !move ||
+                !frameFits(move->frame, {1300, 700, 200, 150}))
+                return false;
+            kept = fetch(source);
+            return std::get_if<ShareableContent>(&kept) &&
+                   std::get<ShareableContent>(kept) == fresh;
+        }));
+
+        // Nothing changes any more: the kept source reads nothing.
+        QVERIFY(waitUntil([&] {
+            kept = fetch(source);
+            return std::holds_alternative<ShareableContent>(kept) &&
+                   source.windowsReadByLastPass() == 0;
+        }));
+        QCOMPARE(std::get<ShareableContent>(kept), snapshot());
+
+        for (const quint32 id : {renamed, added})
+            QVERIFY(m_editor->on(u"close"_s, id));
+        for (const quint32 id : {unmapped, moved})
+            QVERIFY(m_viewer->on(u"close"_s, id));
+    }
+
     void inspectorFindsFrameAndClient()
     {
         X11WindowInspector inspector(m_session.connection(), m_session.root(), true);
@@ -387,9 +458,21 @@ private Q_SLOTS:
                 QVERIFY(!findWindow(content, hidden));
                 QCOMPARE(content.displays.size(), 1);
             }
+            // A kept source loses its connection with the server, then
+            // tries to connect again on the next pass.
+            X11ShareableContentSource kept(name);
+            QVERIFY(std::holds_alternative<ShareableContent>(fetch(kept)));
             bare.stop();
+            const auto lost = fetch(kept);
+            QVERIFY(std::holds_alternative<PlatformError>(lost));
+            QCOMPARE(std::get<PlatformError>(lost).code, 3);
+            const auto again = fetch(kept);
             result = X11ShareableContentSource::snapshot(name, false, false);
             const QString socket = u"/tmp/.X11-unix/X"_s + QString::fromUtf8(name.mid(1));
+            if (!QFileInfo::exists(socket)) {
+                QVERIFY(std::holds_alternative<PlatformError>(again));
+                QCOMPARE(std::get<PlatformError>(again).code, 1);
+            }
             if (std::holds_alternative<PlatformError>(result) || !QFileInfo::exists(socket))
                 break;
         }
