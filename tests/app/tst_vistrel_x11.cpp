@@ -163,7 +163,8 @@ private Q_SLOTS:
         // by the window manager, below Chat, out of the taskbar, and still
         // readable: Slides in its own pixels, nothing of Chat over it.
         QVERIFY(waitForFrame(control, controlFrame));
-        QVERIFY(m_session.hasState(control, "_NET_WM_STATE_ABOVE"));
+        // The window manager writes the state a little after the frame.
+        QVERIFY(waitUntil([&] { return m_session.hasState(control, "_NET_WM_STATE_ABOVE"); }));
         // "Always on Top" off and on again: the same window, in the same place.
         QVERIFY(click(alwaysOnTopBox(controlFrame)));
         QVERIFY(waitUntil([&] { return !m_session.hasState(control, "_NET_WM_STATE_ABOVE"); }));
@@ -176,7 +177,7 @@ private Q_SLOTS:
                  qPrintable(u"docked at %1,%2"_s.arg(docked.x()).arg(docked.y())));
         for (const char* state :
              {"_NET_WM_STATE_BELOW", "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"})
-            QVERIFY2(m_session.hasState(output, state), state);
+            QVERIFY2(waitUntil([&] { return m_session.hasState(output, state); }), state);
         const QImage dockedPicture = m_session.grabWindow(output);
         QVERIFY(countNear(dockedPicture, slides) > 100000);
         QCOMPARE(countNear(dockedPicture, clientApps[2].colour), 0);
@@ -184,8 +185,10 @@ private Q_SLOTS:
         // Shown: centred on LEFT at the canvas's aspect, above, in the taskbar.
         QVERIFY(click(outputButton(controlFrame)));
         QVERIFY(waitForFrame(output, QRect(QPoint(77, 43), outputSize)));
-        QVERIFY(!m_session.hasState(output, "_NET_WM_STATE_BELOW"));
-        QVERIFY(!m_session.hasState(output, "_NET_WM_STATE_SKIP_TASKBAR"));
+        QVERIFY(waitUntil([&] {
+            return !m_session.hasState(output, "_NET_WM_STATE_BELOW") &&
+                   !m_session.hasState(output, "_NET_WM_STATE_SKIP_TASKBAR");
+        }));
 
         // Dragged to RIGHT: it follows the pointer while the button is held,
         // then re-centres there.
