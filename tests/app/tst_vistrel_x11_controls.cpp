@@ -71,12 +71,15 @@ private Q_SLOTS:
         const auto moveTo = [&](QPoint at) {
             m_session.xdotool({u"mousemove"_s, QString::number(at.x()), QString::number(at.y())});
         };
-        // Moves count only once the source has started its drag. Under
-        // load a press has been seen to go missing: press again.
+        // Moves count only once the source has started its drag. The window
+        // manager may have stacked the source below Slides (it keeps new
+        // windows from stealing the focus), and under load a press has gone
+        // missing: raise the source, and press again.
         bool dragging = false;
         for (int attempt = 0; attempt < 3 && !dragging; ++attempt) {
             if (attempt > 0)
                 m_session.xdotool({u"mouseup"_s, u"1"_s});
+            m_session.xdotool({u"windowraise"_s, QString::number(sourceWindow)});
             QVERIFY(m_session.xdotool({u"mousemove"_s, QString::number(from.x()),
                                        QString::number(from.y()), u"mousedown"_s, u"1"_s}));
             dragging = waitUntil(
