@@ -4,6 +4,7 @@
 
 #include <QLoggingCategory>
 #include <cstring>
+#include <xcb/shape.h>
 #include <xcb/xfixes.h>
 
 namespace vistrel::x11 {
@@ -37,7 +38,7 @@ X11Compositor::X11Compositor(xcb_connection_t* connection, const xcb_screen_t* s
       // (something drawing on the root); the exclusion forms repaint them.
       m_rootDamage(createDamage(connection, screen->root)), m_changed(createRegion(connection)),
       m_scratch(createRegion(connection)), m_windowClip(createRegion(connection)),
-      m_underlay(createRegion(connection)),
+      m_underlay(createRegion(connection)), m_covered(createRegion(connection)),
       m_verify(qEnvironmentVariableIntValue("VISTREL_X11_VERIFY_FRAMES") == 1),
       m_cursor(std::make_unique<X11Cursor>(connection, screen, formats))
 {
@@ -60,6 +61,7 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
     m_area = area;
     m_output = output;
     m_wholeNext = true;
+    m_coveredStale = true;
     m_drawnCursor = QRect();
     const auto w = quint16(area.width());
     const auto h = quint16(area.height());
@@ -130,6 +132,36 @@ bool X11Compositor::sampleBackgroundColour(X11WindowTree& tree, quint32* pixel)
         return false;
     std::memcpy(pixel, xcb_get_image_data(image.get()), 4);
     return true;
+}
+
+void X11Compositor::collectCovered(X11WindowTree& tree)
+{
+    // The server's own idea of each window's bounding shape, so that a
+    // shaped window leaves the desktop around it counted. A shape may
+    // reach past the window (set for an older size): only the window's
+    // box covers. A window that vanished meanwhile only leaves more damage
+    // counted.
+    const xcb_xfixes_region_t covered = m_covered.get();
+    const xcb_xfixes_region_t box = m_windowClip.get();
+    xcb_xfixes_set_region(m_c, covered, 0, nullptr);
+    for (xcb_window_t id : tree.stacking()) {
+        const TopLevel* w = tree.find(id);
+        if (!w || !w->mapped || w->inputOnly || !w->outer.intersects(m_area))
+            continue;
+        const QRect outer = w->outer.translated(-m_area.topLeft());
+        const xcb_rectangle_t rect{qint16(outer.x()), qint16(outer.y()), quint16(outer.width()),
+                                   quint16(outer.height())};
+        xcb_xfixes_set_region(m_c, box, 1, &rect);
+        const xcb_xfixes_region_t shape = xcb_generate_id(m_c);
+        xcb_xfixes_create_region_from_window(m_c, shape, w->id, XCB_SHAPE_SK_BOUNDING);
+        // Relative to the window's origin, inside its border.
+        xcb_xfixes_translate_region(m_c, shape, qint16(outer.x() + w->border),
+                                    qint16(outer.y() + w->border));
+        xcb_xfixes_intersect_region(m_c, shape, box, shape);
+        xcb_xfixes_union_region(m_c, covered, shape, covered);
+        xcb_xfixes_destroy_region(m_c, shape);
+    }
+    m_coveredStale = false;
 }
 
 bool X11Compositor::contributes(const WindowAdmission& admission, const TopLevel& w) const
@@ -272,9 +304,18 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdm
         whole |= w->drawn != wasDrawn;
     }
 
+    if (whole)
+        m_coveredStale = true;
     if (desktop && !whole) {
         xcb_damage_subtract(m_c, m_rootDamage.get(), XCB_NONE, scratch);
         xcb_xfixes_translate_region(m_c, scratch, qint16(-m_area.x()), qint16(-m_area.y()));
+        // The root's damage also reports every window that draws over it,
+        // Vistrel's own output among them: left in, each repaint of the
+        // output would come back as a change in the next frame. The root's
+        // own pixels can only have changed where no window covers it.
+        if (m_coveredStale)
+            collectCovered(tree);
+        xcb_xfixes_subtract_region(m_c, scratch, m_covered.get(), scratch);
         xcb_xfixes_union_region(m_c, changedRegion, scratch, changedRegion);
     } else {
         xcb_damage_subtract(m_c, m_rootDamage.get(), XCB_NONE, XCB_NONE);

@@ -99,6 +99,8 @@ private:
     QRect cursorRect() const; // canvas coordinates
     void addRect(const QRect& rect);
     bool sampleBackgroundColour(X11WindowTree& tree, quint32* pixel);
+    // Where windows cover the root (their bounding shapes), canvas coordinates.
+    void collectCovered(X11WindowTree& tree);
     void verify(const QImage& delivered, bool desktop, const QColor& fill,
                 const QList<const TopLevel*>& windows, bool cursor);
 
@@ -126,6 +128,11 @@ private:
     XcbRegion m_scratch;
     XcbRegion m_windowClip;
     XcbRegion m_underlay; // what a partial frame draws below the windows
+    // Where windows covered the root when the canvas was last built whole:
+    // until something moves, maps or reshapes (which rebuilds whole), root
+    // damage there is a window drawing, not the desktop changing.
+    XcbRegion m_covered;
+    bool m_coveredStale = true;
 
     const bool m_verify;
     Target m_verifyCanvas;

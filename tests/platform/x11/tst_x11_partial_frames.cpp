@@ -14,6 +14,7 @@
 #include <QTest>
 #include <QThread>
 #include <deque>
+#include <mutex>
 
 using namespace vistrel;
 using namespace vistrel::x11test;
@@ -27,6 +28,28 @@ struct Animated {
     std::unique_ptr<TestClient> client;
     std::vector<quint32> windows;
     std::vector<quint32> popups;
+};
+
+// Where each partial frame said it changed.
+class ChangeSink : public FrameSink {
+public:
+    void streamDidOutputSampleBuffer(const SampleBuffer& buffer, SampleOutputType type) override
+    {
+        if (buffer.change) {
+            std::lock_guard lock(m_mutex);
+            m_changes.append(buffer.change->region);
+        }
+        FrameSink::streamDidOutputSampleBuffer(buffer, type);
+    }
+    QList<QRegion> changes() const
+    {
+        std::lock_guard lock(m_mutex);
+        return m_changes;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    QList<QRegion> m_changes;
 };
 
 QString randomColour(QRandomGenerator& random)
@@ -60,6 +83,43 @@ private Q_SLOTS:
                             m_hidden.client->window(0x101010, QRect(700, 80, 350, 250))};
         for (const Animated* who : {&m_shown, &m_hidden})
             QVERIFY(std::count(who->windows.begin(), who->windows.end(), 0u) == 0);
+    }
+
+    // The root's damage also reports windows drawing over it. An excluded
+    // window repainting (Vistrel's own output, say) is not a change of the
+    // desktop: left in, each output repaint would come back as a changed
+    // area of the next frame.
+    void windowsDrawingOverTheDesktopAreNotDesktopChanges()
+    {
+        const QRect excludedAt(880, 400, 180, 140); // clear of every admitted window
+        const quint32 excluded = m_hidden.client->window(0x707070, excludedAt);
+        QVERIFY(excluded);
+        ContentFilter filter;
+        filter.form = ContentFilterForm::displayExcludingApplications;
+        filter.processIDs = {m_hidden.client->pid()};
+        auto sink = std::make_shared<ChangeSink>();
+        {
+            X11CaptureStream stream(m_session.displayName(), filter, {}, sink);
+            QVERIFY(!startStream(stream));
+            QVERIFY(waitUntil([&] { return sink->frames() > 0; }));
+            QRandomGenerator random(17);
+            for (int i = 0; i < 40; ++i) {
+                m_hidden.client->on(u"color"_s, excluded, randomColour(random));
+                m_shown.client->on(u"color"_s, m_shown.windows[2], randomColour(random));
+                QThread::msleep(25);
+            }
+            stream.stopCapture({});
+        }
+        m_hidden.client->on(u"close"_s, excluded);
+        const QList<QRegion> changes = sink->changes();
+        QVERIFY2(changes.size() > 10, qPrintable(u"only %1 partial frames"_s.arg(changes.size())));
+        // Inside the window's frame, whatever the decorations.
+        const QRect inside = excludedAt.adjusted(20, 30, -20, -10);
+        QRegion all;
+        for (const QRegion& change : changes)
+            all += change;
+        QVERIFY2(!all.intersects(inside), "an excluded window's repaint counted as a change");
+        QVERIFY(all.intersects(QRect(1150, 650, 200, 100))); // the admitted window's repaints
     }
 
     void partialFramesEqualWholeRebuild_data()
