@@ -144,20 +144,30 @@ QRegion VideoLayerWidget::changedArea(const QRegion& imageRegion, QSize imageSiz
     constexpr int maximumPieces = 32;
     if (imageRegion.rectCount() > maximumPieces)
         return changedArea(QRegion(imageRegion.boundingRect()), imageSize, target);
+    const qreal sx = target.width() / imageSize.width();
     const qreal sy = target.height() / imageSize.height();
+    // Scaled down far, the painter filters the frame by another method
+    // whose pieces do not join up; there only whole lines are redrawn.
+    const bool wholeLines = sx < 0.5 || sy < 0.5;
     QRegion area;
     for (const QRect& piece : imageRegion) {
         // Smooth scaling blends each view pixel from its neighbours in the
         // image, so a changed image pixel reaches one pixel further on each
-        // side, and rounding out takes one more. Whole lines are redrawn:
-        // the painter steps along each line from where it starts drawing, so
-        // a line begun elsewhere would round a little differently from the
-        // pixels around it.
+        // side, and rounding out takes one more. A redraw that starts a line
+        // in the middle rounds a level or two differently from a whole
+        // redraw, which no one can see; redrawing only the changed pixels
+        // instead of whole lines saves most of the work.
         const qreal top = target.y() + (piece.y() - 1) * sy;
         const qreal bottom = target.y() + (piece.y() + piece.height() + 1) * sy;
-        const QRect band(bounds.left(), qFloor(top) - 1, bounds.width(),
-                         qCeil(bottom) - qFloor(top) + 2);
-        area += band & bounds;
+        const qreal left = target.x() + (piece.x() - 1) * sx;
+        const qreal right = target.x() + (piece.x() + piece.width() + 1) * sx;
+        QRect rect(qFloor(left) - 1, qFloor(top) - 1, qCeil(right) - qFloor(left) + 2,
+                   qCeil(bottom) - qFloor(top) + 2);
+        if (wholeLines) {
+            rect.setLeft(bounds.left());
+            rect.setRight(bounds.right());
+        }
+        area += rect & bounds;
     }
     return area;
 }

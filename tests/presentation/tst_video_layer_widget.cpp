@@ -9,6 +9,7 @@
 #include <memory>
 
 using namespace vistrel;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -74,6 +75,27 @@ void paintNoise(QImage* image, const QRect& area, QRandomGenerator& random)
         for (int x = area.left(); x <= area.right(); ++x)
             line[x] = random.generate() | 0xff000000u;
     }
+}
+
+// The raster engine steps along each span of a smoothly scaled image from
+// where its clip starts it and blends neighbours in sixteenths, so a redraw
+// that starts a span elsewhere may take the next sixteenth: at most 16
+// levels across the sharpest edge. Anything missed differs by far more, as
+// the frames are noise.
+constexpr int roundingSlack = 16;
+
+int largestChannelDifference(const QImage& a, const QImage& b)
+{
+    if (a.size() != b.size() || a.format() != b.format())
+        return 256;
+    int largest = 0;
+    for (int y = 0; y < a.height(); ++y) {
+        const auto* p = reinterpret_cast<const uchar*>(a.constScanLine(y));
+        const auto* q = reinterpret_cast<const uchar*>(b.constScanLine(y));
+        for (int i = 0; i < a.width() * 4; ++i)
+            largest = std::max(largest, std::abs(int(p[i]) - int(q[i])));
+    }
+    return largest;
 }
 
 SampleBuffer solidFrame(QRgb colour)
@@ -205,19 +227,23 @@ private Q_SLOTS:
     }
 
     // A frame that says what changed since the one on screen is redrawn only
-    // there; after each frame the window's pixels must equal a whole redraw.
+    // there; after each frame the window's pixels must equal a whole redraw,
+    // but for the painter's rounding.
     // Noise makes any pixel the smooth scaling blends in but the redraw
     // missed show up.
     void partialRepaintsMatchWholeRepaints_data()
     {
         QTest::addColumn<QSize>("frameSize");
         QTest::addColumn<QSize>("viewSize");
-        QTest::addColumn<bool>("chained"); // the change builds on the frame shown
-        QTest::newRow("scaled down") << QSize(1920, 1080) << QSize(640, 390) << true;
-        QTest::newRow("preview-sized") << QSize(1920, 1080) << QSize(260, 146) << true;
-        QTest::newRow("scaled up") << QSize(160, 90) << QSize(700, 400) << true;
-        QTest::newRow("one to one") << QSize(300, 200) << QSize(300, 200) << true;
-        QTest::newRow("not the frame shown") << QSize(640, 360) << QSize(320, 200) << false;
+        QTest::addColumn<bool>("chained");    // the change builds on the frame shown
+        QTest::addColumn<bool>("wholeLines"); // the redraw spans whole lines of the view
+        QTest::newRow("output window") << QSize(1920, 1080) << QSize(1766, 993) << true << false;
+        QTest::newRow("scaled down") << QSize(1920, 1080) << QSize(640, 390) << true << true;
+        QTest::newRow("preview-sized") << QSize(1920, 1080) << QSize(260, 146) << true << true;
+        QTest::newRow("scaled up") << QSize(160, 90) << QSize(700, 400) << true << false;
+        QTest::newRow("one to one") << QSize(300, 200) << QSize(300, 200) << true << false;
+        QTest::newRow("not the frame shown")
+            << QSize(640, 360) << QSize(320, 200) << false << false;
     }
 
     void partialRepaintsMatchWholeRepaints()
@@ -225,6 +251,7 @@ private Q_SLOTS:
         QFETCH(QSize, frameSize);
         QFETCH(QSize, viewSize);
         QFETCH(bool, chained);
+        QFETCH(bool, wholeLines);
         CanvasWidget canvas;
         canvas.resize(viewSize);
         auto* video = new RegionRecordingVideo(&canvas);
@@ -243,6 +270,7 @@ private Q_SLOTS:
             SampleBuffer{image, true, std::nullopt, shownAt, std::nullopt});
         const QRegion picture(video->pictureRect().toAlignedRect());
         QTRY_COMPARE(video->painted, picture);
+        bool narrower = false; // some redraw left part of a line alone
         for (int step = 0; step < 8; ++step) {
             image = image.copy(); // the previous frame is still on screen
             QRegion changed;
@@ -264,9 +292,14 @@ private Q_SLOTS:
             video->displayLayer()->enqueueSampleBuffer(frame);
             QTRY_VERIFY(!video->painted.isEmpty());
             QCOMPARE(video->painted != picture, chained);
+            for (const QRect& rect : video->painted)
+                narrower |= rect.width() < picture.boundingRect().width();
             const QImage whole = canvas.grab().toImage().convertToFormat(shown->format());
-            QCOMPARE(*shown, whole);
+            const int difference = largestChannelDifference(*shown, whole);
+            QVERIFY2(difference <= roundingSlack,
+                     qPrintable(u"a partial redraw differs by %1 levels"_s.arg(difference)));
         }
+        QCOMPARE(narrower, chained && !wholeLines);
     }
 
     void transparentFramePixelsShowTheCanvas()
