@@ -120,7 +120,8 @@ private Q_SLOTS:
     // the snapshot and the registry's window not yet discovered; and the
     // rules' applications by identity); and the scripted stream given the
     // plan shows exactly the windows listed (checked at the centre of every
-    // window inside the frame).
+    // window inside the frame), on the desktop or, for an allow list, on
+    // transparency.
     void plans_data()
     {
         QTest::addColumn<VisibilityPolicy>("policy");
@@ -288,6 +289,15 @@ private Q_SLOTS:
             checked += shown.contains(window.windowID) ? 1 : 0;
         }
         QCOMPARE(checked, shown.size());
+        // Where no window is: the desktop's colour, or nothing.
+        const bool onDesktop = contentMode == OutputContentMode::fullDesktop ||
+                               policy.mode == VisibilityMode::blockList;
+        for (const QPointF uncovered : {QPointF(1380, 400), QPointF(3000, 800)}) {
+            const QPointF at = uncovered - origin;
+            if (QRectF(QPointF(), plan.sourceRect.size()).contains(at))
+                QCOMPARE(QColor::fromRgba(frame.pixel(at.toPoint())),
+                         onDesktop ? scene.displays[0].desktopColor : QColor(Qt::transparent));
+        }
     }
 
     void movingAWindowChangesOnlyTheDynamicRectangle()

@@ -2,10 +2,8 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QFile>
 #include <QThread>
 #include <algorithm>
-#include <csignal>
 
 using namespace Qt::StringLiterals;
 
@@ -171,13 +169,6 @@ void X11TestSession::stop()
     m_displayName.clear();
 }
 
-void X11TestSession::killServer()
-{
-    QFile pid(m_dir ? m_dir->filePath(u"xvfb.pid"_s) : QString());
-    if (pid.open(QIODevice::ReadOnly))
-        ::kill(pid_t(pid.readAll().trimmed().toInt()), SIGKILL);
-}
-
 void X11TestSession::exportEnvironment() const
 {
     for (const char* key : {"DISPLAY", "XDG_RUNTIME_DIR"})
@@ -263,11 +254,6 @@ QImage grabDrawable(xcb_connection_t* c, xcb_drawable_t drawable, const QRect& a
 }
 
 } // namespace
-
-QImage X11TestSession::grabRoot(const QRect& area) const
-{
-    return grabDrawable(connection(), m_root, area);
-}
 
 QImage X11TestSession::grabWindow(xcb_window_t window) const
 {

@@ -96,8 +96,6 @@ public:
     bool start(const Options& options = {});
     // Stops openbox and Xvfb; clients lose their connection.
     void stop();
-    // Ends the X server at once, as a crash would.
-    void killServer();
 
     QByteArray displayName() const { return m_displayName; } // ":N"
     QString errorString() const { return m_error; }
@@ -118,8 +116,6 @@ public:
     void requestClose(xcb_window_t window);
     void setDesktopColour(quint32 rgb);
     void warpPointer(int x, int y);
-    // The root window's pixels (RGB32; null image on failure).
-    QImage grabRoot(const QRect& area) const;
     // A window's own pixels, as a window capture reads them (what covers the
     // window shows unless its contents are kept off screen).
     QImage grabWindow(xcb_window_t window) const;
