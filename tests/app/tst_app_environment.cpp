@@ -1,7 +1,8 @@
 // The environment as the application builds it, on Qt's offscreen platform:
 // the backend choice, the whole pipeline on the scripted demo desktop up to
 // the output window's pixels, the clean failure when nothing can be
-// captured, the application menu and the one-instance guard.
+// captured, the application menu and the one-instance guard, the camera
+// bubble, and the preview panel over the control window.
 
 #include "app/AppEnvironment.h"
 #include "app/AppLifecycleController.h"
@@ -21,9 +22,13 @@
 #include "presentation/OutputStage.h"
 #include "presentation/OutputWindow.h"
 #include "presentation/PopoverHub.h"
+#include "presentation/PreviewChips.h"
+#include "presentation/PreviewPanel.h"
+#include "presentation/PreviewPanelController.h"
 #include "presentation/VideoLayerWidget.h"
 #include "presentation/WindowRegistry.h"
 
+#include <QAbstractButton>
 #include <QAction>
 #include <QDir>
 #include <QFile>
@@ -71,6 +76,25 @@ PlatformChoiceInputs inputs(const QString& forced, const QString& platform,
     result.forcedBackend = forced;
     result.qtPlatformName = platform;
     result.x11MissingReason = std::move(missing);
+    return result;
+}
+
+const QRect control{700, 770, 520, 170};
+
+ShareableDisplay display(qreal width, qreal height)
+{
+    ShareableDisplay result;
+    result.logicalSize = QSizeF(width, height);
+    return result;
+}
+
+SharePreset preset(const QString& id, bool saved)
+{
+    SharePreset result;
+    result.id = id;
+    result.title = id.toUpper();
+    if (saved)
+        result.lastUpdated = QDateTime(QDate(2026, 11, 1), QTime(9, 0), Qt::UTC);
     return result;
 }
 
@@ -330,40 +354,6 @@ private Q_SLOTS:
         QCOMPARE(recovered.claim(), SingleInstance::Role::primary);
     }
 
-    void videoRectKeepsTheCanvasAspect_data()
-    {
-        QTest::addColumn<QSizeF>("canvas");
-        QTest::addColumn<QRectF>("space");
-        QTest::addColumn<QRectF>("expected");
-
-        QTest::newRow("16:9 in a square: bars above and below")
-            << QSizeF(1920, 1080) << QRectF(0, 0, 900, 900) << QRectF(0, 196.875, 900, 506.25);
-        QTest::newRow("portrait in a landscape space: bars left and right")
-            << QSizeF(1080, 1920) << QRectF(10, 20, 1280, 720) << QRectF(447.5, 20, 405, 720);
-        QTest::newRow("same aspect fills the space")
-            << QSizeF(2560, 1440) << QRectF(0, 0, 1280, 720) << QRectF(0, 0, 1280, 720);
-        QTest::newRow("empty canvas takes the whole space")
-            << QSizeF(0, 1080) << QRectF(0, 0, 640, 480) << QRectF(0, 0, 640, 480);
-    }
-
-    void videoRectKeepsTheCanvasAspect()
-    {
-        QFETCH(QSizeF, canvas);
-        QFETCH(QRectF, space);
-        QFETCH(QRectF, expected);
-        QCOMPARE(OutputStage::videoRect(canvas, space), expected);
-    }
-
-    void canvasImageCoversTheWindow()
-    {
-        // A square image in a wide window: scaled to the width, cropped
-        // above and below, centred.
-        QCOMPARE(OutputStage::fillRect(QSizeF(100, 100), QRectF(0, 0, 400, 200)),
-                 QRectF(0, -100, 400, 400));
-        QCOMPARE(OutputStage::fillRect(QSizeF(300, 100), QRectF(0, 0, 400, 400)),
-                 QRectF(-400, 0, 1200, 400));
-    }
-
     // The bubble shows the running camera, shaped, mirrored and placed as
     // configured.
     void cameraBubbleShowsTheCamera()
@@ -393,6 +383,110 @@ private Q_SLOTS:
                                   TestPatternCameraPort::rightColor(0), 5000);
         QCOMPARE(QColor(window.grab(bubble).toImage().pixel(bubble.width() - 4, 3)),
                  TestPatternCameraPort::leftColor(0));
+    }
+
+    void previewFrameKeepsTheAspectRatio_data()
+    {
+        QTest::addColumn<std::optional<QSizeF>>("canvas");
+        QTest::addColumn<std::optional<ShareableDisplay>>("active");
+        QTest::addColumn<std::optional<ShareableDisplay>>("preferred");
+        QTest::addColumn<int>("height");
+
+        using Screen = std::optional<ShareableDisplay>;
+        QTest::newRow("4:3 canvas")
+            << std::optional(QSizeF(1024, 768)) << Screen(display(1920, 1080)) << Screen() << 390;
+        QTest::newRow("active display") << std::optional<QSizeF>() << Screen(display(2560, 1600))
+                                        << Screen(display(1920, 1080)) << 325;
+        QTest::newRow("an empty canvas counts as none")
+            << std::optional(QSizeF(0, 768)) << Screen() << Screen(display(1440, 900)) << 325;
+        QTest::newRow("nothing: 16:9") << std::optional<QSizeF>() << Screen() << Screen() << 293;
+        QTest::newRow("a flat display: 16:9")
+            << std::optional<QSizeF>() << Screen(display(1920, 0)) << Screen() << 293;
+    }
+
+    void previewFrameKeepsTheAspectRatio()
+    {
+        QFETCH(std::optional<QSizeF>, canvas);
+        QFETCH(std::optional<ShareableDisplay>, active);
+        QFETCH(std::optional<ShareableDisplay>, preferred);
+        QFETCH(int, height);
+        const QSizeF ratio = PreviewPanelController::aspectRatio(canvas, active, preferred);
+        // As wide as the control window, 4 above its top edge.
+        QCOMPARE(PreviewPanelController::panelFrame(control, ratio),
+                 QRect(700, 770 - 4 - height, 520, height));
+    }
+
+    void previewChipsForSavedPresetsOnly()
+    {
+        const QList<SharePreset> presets{preset(u"a"_s, true), preset(u"b"_s, false),
+                                         preset(u"c"_s, true)};
+        QCOMPARE(previewChips(presets, u"c"_s),
+                 (QList<PreviewChip>{{u"a"_s, u"A"_s, false}, {u"c"_s, u"C"_s, true}}));
+        QCOMPARE(previewChips(presets, u"b"_s).size(), 2);
+        QVERIFY(previewChips({preset(u"b"_s, false)}, std::nullopt).isEmpty());
+    }
+
+    void previewPanelActs()
+    {
+        QTemporaryDir root;
+        AppEnvironment environment(createPlatformServices({PlatformBackendKind::sim, u"test"_s}),
+                                   root.path());
+        MainViewModel& model = environment.mainViewModel();
+        WindowRegistry& registry = environment.windowRegistry();
+        model.start();
+        PopoverHub hub;
+        QWidget controlWindow;
+        controlWindow.setGeometry(control);
+        controlWindow.show();
+        PreviewPanelController controller(registry, environment.outputViewModel(), model, hub,
+                                          &controlWindow);
+        QVERIFY(!controller.panel());
+
+        // Shown twice: one panel, over the control window.
+        registry.setPreviewVisible(true);
+        registry.setPreviewVisible(false);
+        registry.setPreviewVisible(true);
+        PreviewPanel* panel = controller.panel();
+        QVERIFY(panel && panel->isVisible());
+        QCOMPARE(controlWindow.findChildren<PreviewPanel*>().size(), 1);
+        QCOMPARE(panel->windowTitle(), u"Vistrel Preview"_s);
+        // Client areas: the offscreen platform gives windows a frame.
+        const auto attached = [&] {
+            const QRect c = controlWindow.geometry();
+            return panel->geometry() == QRect(c.left(), c.top() - 4 - 293, 520, 293);
+        };
+        QVERIFY(attached());
+
+        // A press on it closes the popovers. (Following the control window
+        // and moving it by a drag are checked with a real window manager.)
+        QSignalSpy closeRequests(&hub, &PopoverHub::closePopovers);
+        QTest::mouseClick(panel, Qt::LeftButton, {}, QPoint(200, 100));
+        QCOMPARE(closeRequests.size(), 1);
+
+        // The camera button flips the bubble.
+        const bool cameraWasOn = model.cameraOverlay().isEnabled;
+        panel->cameraButton()->click();
+        QCOMPARE(model.cameraOverlay().isEnabled, !cameraWasOn);
+
+        // A chip per saved preset; a chip applies its preset.
+        QVERIFY(panel->chips().isEmpty());
+        const QList<SharePreset> builtIns = model.presetModel()->builtInPresets();
+        model.savePreset(builtIns.at(0).id);
+        model.savePreset(builtIns.at(1).id);
+        QCOMPARE(panel->chips().size(), 2);
+        panel->chips().at(0)->click();
+        QCOMPARE(model.presetModel()->activePresetID(), std::optional(builtIns.at(0).id));
+
+        // Hidden with the control window and when not wanted; a later move
+        // does not bring it back.
+        controlWindow.hide();
+        QVERIFY(!panel->isVisible());
+        controlWindow.show();
+        QVERIFY(panel->isVisible());
+        registry.setPreviewVisible(false);
+        QVERIFY(!panel->isVisible());
+        controlWindow.move(300, 600);
+        QVERIFY(!panel->isVisible());
     }
 };
 

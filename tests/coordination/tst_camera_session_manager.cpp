@@ -290,9 +290,6 @@ private Q_SLOTS:
         QTest::newRow("no id") << applying([](CameraOverlayConfiguration& c) {
             c.cameraDeviceID.reset();
         }) << false;
-        QTest::newRow("defaults") << applying([](CameraOverlayConfiguration& c) {
-            c = CameraOverlayConfiguration::defaultValue();
-        }) << false;
         QTest::newRow("start without id")
             << Stop([](std::unique_ptr<CameraSessionManager>& m) { m->start(std::nullopt); })
             << false;

@@ -124,55 +124,41 @@ private Q_SLOTS:
         }
     }
 
-    void maskGeometry()
-    {
-        const QRectF wideCircle =
-            CameraPreviewView::maskPath(CameraShape::circle, QSizeF(300, 120)).boundingRect();
-        QCOMPARE(wideCircle, QRectF(90, 0, 120, 120));
-        const QRectF tallCircle =
-            CameraPreviewView::maskPath(CameraShape::circle, QSizeF(80, 200)).boundingRect();
-        QCOMPARE(tallCircle, QRectF(0, 60, 80, 80));
-        QVERIFY(CameraPreviewView::maskPath(CameraShape::square, QSizeF(0, 50)).isEmpty());
-    }
-
-    // Camera pictures fill the bubble and are cropped, never letter-boxed.
+    // Camera pictures fill the bubble and are cropped, never letter-boxed;
+    // the mask is centred on the longer side.
     void pictureFillsTheBubble()
     {
         // Wide picture: green | red | blue, the middle half red.
-        QImage wide(400, 100, QImage::Format_RGB32);
+        ManualFrameSource source;
+        source.frame = QImage(400, 100, QImage::Format_RGB32);
         {
-            QPainter p(&wide);
+            QPainter p(&source.frame);
             p.fillRect(0, 0, 100, 100, Qt::green);
             p.fillRect(100, 0, 200, 100, Qt::red);
             p.fillRect(300, 0, 100, 100, Qt::blue);
         }
-        ManualFrameSource source;
-        source.frame = wide;
         CameraPreviewView view;
         view.resize(100, 100);
         view.setShape(CameraShape::square);
         view.setSession(&source);
         const QImage image = renderView(view);
-        for (const QPoint p : {QPoint(1, 50), QPoint(50, 1), QPoint(98, 50), QPoint(50, 98)}) {
+        for (const QPoint p : {QPoint(1, 50), QPoint(50, 1), QPoint(98, 50), QPoint(50, 98)})
             QVERIFY2(hasColour(image, p, Qt::red), qPrintable(describe(image, p)));
-        }
         QCOMPARE(CameraPreviewView::aspectFillRect(QSizeF(400, 100), QRectF(0, 0, 100, 100)),
                  QRectF(-150, 0, 400, 100));
         QCOMPARE(CameraPreviewView::aspectFillRect(QSizeF(640, 480), QRectF(0, 0, 100, 200)),
                  QRectF(-83.3333333333333, 0, 266.666666666667, 200));
-    }
-
-    void mirroring_data()
-    {
-        QTest::addColumn<bool>("mirrored");
-        QTest::newRow("plain") << false;
-        QTest::newRow("mirrored") << true;
+        const auto maskPath = &CameraPreviewView::maskPath;
+        QCOMPARE(maskPath(CameraShape::circle, QSizeF(300, 120)).boundingRect(),
+                 QRectF(90, 0, 120, 120));
+        QCOMPARE(maskPath(CameraShape::circle, QSizeF(80, 200)).boundingRect(),
+                 QRectF(0, 60, 80, 80));
+        QVERIFY(maskPath(CameraShape::square, QSizeF(0, 50)).isEmpty());
     }
 
     // The test camera's left colour shows on the right when mirrored.
     void mirroring()
     {
-        QFETCH(bool, mirrored);
         TestPatternCameraPort port;
         auto session = port.createSession(CameraSessionPreset::medium);
         session->addInput(port.createInput(port.devices().first()).input);
@@ -183,19 +169,22 @@ private Q_SLOTS:
         view.resize(120, 120);
         view.setShape(CameraShape::square);
         view.setSession(session.get());
-        view.setMirrored(mirrored);
-        const QImage image = renderView(view);
         const QColor left = TestPatternCameraPort::leftColor(0);
         const QColor right = TestPatternCameraPort::rightColor(0);
-        const QPoint leftPoint(20, 40);
-        const QPoint rightPoint(100, 40);
-        QVERIFY2(hasColour(image, leftPoint, mirrored ? right : left),
-                 qPrintable(describe(image, leftPoint)));
-        QVERIFY2(hasColour(image, rightPoint, mirrored ? left : right),
-                 qPrintable(describe(image, rightPoint)));
+        const QPoint leftPoint(20, 40), rightPoint(100, 40);
+        for (const bool mirrored : {false, true}) {
+            view.setMirrored(mirrored);
+            const QImage image = renderView(view);
+            QVERIFY2(hasColour(image, leftPoint, mirrored ? right : left),
+                     qPrintable(describe(image, leftPoint)));
+            QVERIFY2(hasColour(image, rightPoint, mirrored ? left : right),
+                     qPrintable(describe(image, rightPoint)));
+        }
     }
 
-    // Several previews show one session; each follows new frames.
+    // Several previews show one session and each follows new frames.
+    // Handing a view its own session again neither re-reads the session nor
+    // subscribes twice; changing only the mirroring or shape keeps it.
     void previewsShareOneSession()
     {
         ManualFrameSource source;
@@ -205,38 +194,22 @@ private Q_SLOTS:
         second.resize(60, 40);
         first.setSession(&source);
         second.setSession(&source);
-
-        QImage blue(64, 48, QImage::Format_RGB32);
-        blue.fill(Qt::blue);
-        source.push(blue);
-        QVERIFY(hasColour(renderView(first), QPoint(40, 40), Qt::blue));
-        QVERIFY(hasColour(renderView(second), QPoint(30, 20), Qt::blue));
-
-        QImage yellow(64, 48, QImage::Format_RGB32);
-        yellow.fill(Qt::yellow);
-        source.push(yellow);
-        QVERIFY(hasColour(renderView(first), QPoint(40, 40), Qt::yellow));
-        QVERIFY(hasColour(renderView(second), QPoint(30, 20), Qt::yellow));
-    }
-
-    // Handing the view its own session again neither re-reads the session
-    // nor subscribes twice; changing only the mirroring keeps the session.
-    void sameSessionIsNotReset()
-    {
-        ManualFrameSource source;
-        source.frame = QImage(32, 32, QImage::Format_RGB32);
-        source.frame.fill(Qt::red);
-        CameraPreviewView view;
-        view.resize(50, 50);
-        view.setSession(&source);
-        QCOMPARE(source.reads, 1);
-        view.setSession(&source);
-        view.setMirrored(true);
-        view.setShape(CameraShape::square);
-        QCOMPARE(view.session(), &source);
-        QCOMPARE(source.reads, 1);
-        Q_EMIT source.frameChanged();
         QCOMPARE(source.reads, 2);
+        first.setSession(&source);
+        first.setMirrored(true);
+        first.setShape(CameraShape::square);
+        QCOMPARE(first.session(), &source);
+        QCOMPARE(source.reads, 2);
+
+        for (const QColor colour : {QColor(Qt::blue), QColor(Qt::yellow)}) {
+            QImage picture(64, 48, QImage::Format_RGB32);
+            picture.fill(colour);
+            source.push(picture);
+            QVERIFY(hasColour(renderView(first), QPoint(40, 40), colour));
+            QVERIFY(hasColour(renderView(second), QPoint(30, 20), colour));
+        }
+        // One read per view for each of the two frames.
+        QCOMPARE(source.reads, 6);
     }
 
     void emptyStates()
@@ -274,11 +247,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!hasColour(renderView(view), QPoint(30, 30), Qt::black));
         session->stopRunning();
         QVERIFY(hasColour(renderView(view), QPoint(30, 30), Qt::black));
-    }
-
-    void ignoresTheMouse()
-    {
-        CameraPreviewView view;
+        // The bubble never takes a click from what lies under it.
         QVERIFY(view.testAttribute(Qt::WA_TransparentForMouseEvents));
     }
 };

@@ -1,5 +1,6 @@
 // The output window's composition rules that need no pipeline: symbols, the
-// notice's symbol per status, and the camera bubble's place on the picture.
+// notice's symbol per status, where the picture and the canvas image go, and
+// the camera bubble's place on the picture.
 
 #include "model/OutputSettings.h"
 #include "presentation/OutputOverlay.h"
@@ -99,6 +100,42 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(QColor, tint);
         QCOMPARE(OutputOverlay::noticeSymbol(status, isLightCanvas), (NoticeSymbol{name, tint}));
+    }
+
+    // The picture keeps the canvas's aspect inside the window (bars where it
+    // does not fill it); the canvas image covers the window, cropped and
+    // centred.
+    void stageRects_data()
+    {
+        QTest::addColumn<bool>("video"); // else the canvas image's rect
+        QTest::addColumn<QSizeF>("content");
+        QTest::addColumn<QRectF>("space");
+        QTest::addColumn<QRectF>("expected");
+
+        QTest::newRow("16:9 in a square: bars above and below")
+            << true << QSizeF(1920, 1080) << QRectF(0, 0, 900, 900)
+            << QRectF(0, 196.875, 900, 506.25);
+        QTest::newRow("portrait in a landscape space: bars left and right")
+            << true << QSizeF(1080, 1920) << QRectF(10, 20, 1280, 720)
+            << QRectF(447.5, 20, 405, 720);
+        QTest::newRow("same aspect fills the space")
+            << true << QSizeF(2560, 1440) << QRectF(0, 0, 1280, 720) << QRectF(0, 0, 1280, 720);
+        QTest::newRow("empty canvas takes the whole space")
+            << true << QSizeF(0, 1080) << QRectF(0, 0, 640, 480) << QRectF(0, 0, 640, 480);
+        QTest::newRow("square image, wide window: cropped above and below")
+            << false << QSizeF(100, 100) << QRectF(0, 0, 400, 200) << QRectF(0, -100, 400, 400);
+        QTest::newRow("wide image, square window: cropped left and right")
+            << false << QSizeF(300, 100) << QRectF(0, 0, 400, 400) << QRectF(-400, 0, 1200, 400);
+    }
+
+    void stageRects()
+    {
+        QFETCH(bool, video);
+        QFETCH(QSizeF, content);
+        QFETCH(QRectF, space);
+        QTEST(video ? OutputStage::videoRect(content, space)
+                    : OutputStage::fillRect(content, space),
+              "expected");
     }
 
     void cameraBubbleRect_data()
