@@ -41,7 +41,9 @@ private Q_SLOTS:
         image.fill(magenta);
         QVERIFY(image.save(imagePath));
 
-        // The drag source stands in for a file manager, at the top left.
+        // The drag source stands in for a file manager, right of the control
+        // window where no other window lies: over Slides, the window manager
+        // did not always honour a raise, and the press went to Slides.
         QProcess source;
         QProcessEnvironment sourceEnvironment = m_session.environment();
         sourceEnvironment.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
@@ -51,8 +53,11 @@ private Q_SLOTS:
         xcb_window_t sourceWindow = 0;
         QVERIFY(waitUntil(
             [&] { return (sourceWindow = findWindow(source.processId(), u"Drag source"_s)); }));
-        m_session.xdotool({u"windowmove"_s, QString::number(sourceWindow), u"100"_s, u"100"_s});
-        QVERIFY(waitUntil([&] { return m_session.rootGeometry(sourceWindow)->x() < 200; }));
+        m_session.xdotool({u"windowmove"_s, QString::number(sourceWindow), u"1400"_s, u"480"_s});
+        QVERIFY(waitUntil([&] {
+            const auto at = m_session.rootGeometry(sourceWindow);
+            return at && at->x() > 1300 && at->x() < 1500;
+        }));
         const QPoint from = m_session.rootGeometry(sourceWindow)->center();
 
         // The Canvas popover stays open while the other application is used.
@@ -71,10 +76,8 @@ private Q_SLOTS:
         const auto moveTo = [&](QPoint at) {
             m_session.xdotool({u"mousemove"_s, QString::number(at.x()), QString::number(at.y())});
         };
-        // Moves count only once the source has started its drag. The window
-        // manager may have stacked the source below Slides (it keeps new
-        // windows from stealing the focus), and under load a press has gone
-        // missing: raise the source, and press again.
+        // Moves count only once the source has started its drag. Should a
+        // press still go missing, raise the source and press again.
         bool dragging = false;
         for (int attempt = 0; attempt < 3 && !dragging; ++attempt) {
             if (attempt > 0)
