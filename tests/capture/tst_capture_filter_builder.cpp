@@ -265,8 +265,8 @@ private Q_SLOTS:
 
         // Discovery order changes nothing.
         SimScene reversed = scene;
-        std::reverse(reversed.windows.begin(), reversed.windows.end());
-        std::reverse(reversed.applications.begin(), reversed.applications.end());
+        reversed.windows = {scene.windows.rbegin(), scene.windows.rend()};
+        reversed.applications = {scene.applications.rbegin(), scene.applications.rend()};
         QCOMPARE(
             std::get<CapturePlan>(build(policy, display, frameMode, contentMode, reversed, self))
                 .signature,
