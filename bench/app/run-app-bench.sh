@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Runs the whole-application benchmark: the real vistrel (output window at
-# 1280 x 780, preview panel shown) in each filter form against ffmpeg
-# x11grab of the same private Xvfb + openbox session, for each screen size
-# and frame rate, and prints the Markdown tables.
+# Runs the whole-application benchmark: the real vistrel (output window out
+# of its dock at the size Vistrel gives it, preview panel shown) in each
+# filter form against ffmpeg x11grab of the same private Xvfb + openbox
+# session, for each screen size and frame rate, and prints the Markdown
+# tables; then, per screen size, what showing the frame without it leaving
+# the X server would cost.
 #
 #   bench/app/run-app-bench.sh [--build DIR] [--sizes "1920x1080 3840x2160"]
 #                              [--fps "30 60"] [--seconds 10] [--out FILE]
@@ -38,7 +40,8 @@ if [[ ! -f "$build/CMakeCache.txt" ]]; then
   cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DVISTREL_BUILD_BENCH=ON -DVISTREL_BUILD_TESTS=OFF >&2
 fi
-cmake --build "$build" --target vistrel vistrel-bench-app vistrel-bench-x11-client -j2 >&2
+cmake --build "$build" --target vistrel vistrel-bench-app vistrel-bench-x11-client \
+  vistrel-bench-x11-present -j2 >&2
 
 session=""
 cleanup() {
@@ -70,6 +73,12 @@ report() {
         --client "$build/bench/x11/vistrel-bench-x11-client" --seconds "$seconds" --fps "$fps" ||
         echo "Benchmark failed at $size, $fps fps."
     done
+    echo
+    echo "What the frame would cost shown without leaving the X server ($size):"
+    echo
+    "$build/bench/x11/vistrel-bench-x11-present" --display "$display" \
+      --server-pid "$(cat "$session/xvfb.pid")" || echo "Presentation benchmark failed at $size."
+    echo
     cleanup
   done
 }
