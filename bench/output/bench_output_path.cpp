@@ -88,7 +88,7 @@ void BM_FrameToPixels(benchmark::State& state)
     const QList<QImage> pool = framePool(QSize(1920, 1080));
     qsizetype next = 0;
     for (auto _ : state) {
-        engine.handleSample(SampleBuffer{pool[next++ % pool.size()], true, 0, 0, std::nullopt},
+        engine.handleSample(SampleBuffer{pool[next++ % pool.size()], true, 0, 0, std::nullopt, {}},
                             SampleOutputType::screen);
         output.render(&outputBacking, QPoint(), QRegion(), QWidget::DrawChildren);
         if (withPreview)
@@ -135,7 +135,7 @@ void BM_PacedFrames(benchmark::State& state)
     qint64 due = 0;
     for (auto _ : state) {
         due += 1000 / 60;
-        engine.handleSample(SampleBuffer{pool[next++ % pool.size()], true, 0, 0, std::nullopt},
+        engine.handleSample(SampleBuffer{pool[next++ % pool.size()], true, 0, 0, std::nullopt, {}},
                             SampleOutputType::screen);
         // The rest of the frame's time in the event loop, asleep when idle.
         QEventLoop loop;
@@ -169,7 +169,7 @@ void BM_BridgeHandOff(benchmark::State& state)
         QThread* worker = QThread::create([&] {
             for (int i = 0; i < batch; ++i)
                 bridge->streamDidOutputSampleBuffer(
-                    SampleBuffer{pool[i % pool.size()], true, 0, i, std::nullopt},
+                    SampleBuffer{pool[i % pool.size()], true, 0, i, std::nullopt, {}},
                     SampleOutputType::screen);
         });
         worker->start();

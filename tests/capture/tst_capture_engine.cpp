@@ -283,7 +283,11 @@ private Q_SLOTS:
         if (pictureUp) {
             rig.renderer.addDisplayLayer(&other);
             rig.renderer.enqueue(SampleBuffer{QImage(2, 2, QImage::Format_ARGB32_Premultiplied),
-                                              true, std::nullopt, 0, std::nullopt});
+                                              true,
+                                              std::nullopt,
+                                              0,
+                                              std::nullopt,
+                                              {}});
         }
         rig.engine->apply(next);
         QCOMPARE(rig.status(), StreamStatus::starting());
@@ -334,7 +338,11 @@ private Q_SLOTS:
         rig.settle();
         // What is not screen output is no frame.
         rig.engine->handleSample(SampleBuffer{QImage(2, 2, QImage::Format_ARGB32_Premultiplied),
-                                              true, std::nullopt, 0, std::nullopt},
+                                              true,
+                                              std::nullopt,
+                                              0,
+                                              std::nullopt,
+                                              {}},
                                  SampleOutputType::audio);
         QCOMPARE(rig.layer.frames.size(), 0);
         QCOMPARE(rig.status(), StreamStatus::starting());

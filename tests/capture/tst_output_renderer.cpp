@@ -18,7 +18,7 @@ SampleBuffer frame(QRgb color, qint64 time = 0)
 {
     QImage image(4, 2, QImage::Format_ARGB32_Premultiplied);
     image.fill(color);
-    return SampleBuffer{image, true, std::nullopt, time, std::nullopt};
+    return SampleBuffer{image, true, std::nullopt, time, std::nullopt, {}};
 }
 
 QList<DisplayLayer*> live(const QList<QPointer<DisplayLayer>>& entries)

@@ -27,7 +27,7 @@ SampleBuffer twoColourFrame(QSize size)
     painter.fillRect(QRect(size.width() / 2, 0, size.width() - size.width() / 2, size.height()),
                      QColor::fromRgba(blue));
     painter.end();
-    return SampleBuffer{image, true, std::nullopt, 0, std::nullopt};
+    return SampleBuffer{image, true, std::nullopt, 0, std::nullopt, {}};
 }
 
 // Stands in for the output window: paints the canvas colour behind the video.
@@ -102,7 +102,7 @@ SampleBuffer solidFrame(QRgb colour)
 {
     QImage image(12, 8, QImage::Format_ARGB32_Premultiplied);
     image.fill(colour);
-    return SampleBuffer{image, true, std::nullopt, 0, std::nullopt};
+    return SampleBuffer{image, true, std::nullopt, 0, std::nullopt, {}};
 }
 
 QImage grabbed(QWidget& widget)
@@ -267,7 +267,7 @@ private Q_SLOTS:
         qint64 shownAt = 1;
         video->painted = QRegion();
         video->displayLayer()->enqueueSampleBuffer(
-            SampleBuffer{image, true, std::nullopt, shownAt, std::nullopt});
+            SampleBuffer{image, true, std::nullopt, shownAt, std::nullopt, {}});
         const QRegion picture(video->pictureRect().toAlignedRect());
         QTRY_COMPARE(video->painted, picture);
         bool narrower = false; // some redraw left part of a line alone
@@ -282,7 +282,7 @@ private Q_SLOTS:
                 paintNoise(&image, piece & image.rect(), random);
                 changed += piece & image.rect();
             }
-            SampleBuffer frame{image, true, std::nullopt, shownAt + 1, std::nullopt};
+            SampleBuffer frame{image, true, std::nullopt, shownAt + 1, std::nullopt, {}};
             // A change against another frame than the one shown must not be
             // trusted: here it also leaves out most of what changed.
             frame.change = FrameChange{chained ? shownAt : shownAt - 1,
@@ -318,7 +318,7 @@ private Q_SLOTS:
         image.fill(Qt::transparent);
         image.setPixel(0, 0, red); // keeps the frame from being all clear
         video->displayLayer()->enqueueSampleBuffer(
-            SampleBuffer{image, true, std::nullopt, 0, std::nullopt});
+            SampleBuffer{image, true, std::nullopt, 0, std::nullopt, {}});
         QCOMPARE(grabbed(canvas).pixel(50, 50), canvasGreen);
     }
 
@@ -330,7 +330,7 @@ private Q_SLOTS:
         layer->enqueueSampleBuffer(twoColourFrame(QSize(4, 4)));
         QCOMPARE(layer->status(), DisplayLayerStatus::rendering);
 
-        layer->enqueueSampleBuffer(SampleBuffer{QImage(), true, std::nullopt, 0, std::nullopt});
+        layer->enqueueSampleBuffer(SampleBuffer{QImage(), true, std::nullopt, 0, std::nullopt, {}});
         QCOMPARE(layer->status(), DisplayLayerStatus::failed);
         QCOMPARE(video.pictureRect(), QRectF(0, 0, 40, 40));
 

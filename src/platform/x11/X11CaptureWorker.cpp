@@ -352,9 +352,10 @@ void X11CaptureWorker::run(Started started)
             session.refreshAdmission();
             QImage image;
             std::optional<QRegion> changed;
+            ServerFrame server;
             const auto status =
                 compositor.render(tree, session.admission, QColor(0, 0, 0, 0),
-                                  session.configuration.showsCursor, &image, &changed);
+                                  session.configuration.showsCursor, &image, &changed, &server);
             xcb_ungrab_server(c);
             xcb_flush(c);
             if (status == X11Compositor::Status::frame) {
@@ -368,6 +369,7 @@ void X11CaptureWorker::run(Started started)
                         buffer.dataReady = true;
                         buffer.frameStatus = qint64(FrameStatus::complete);
                         buffer.presentationTimeNs = presented;
+                        buffer.server = server;
                         if (changed && lastPresented != 0)
                             buffer.change = FrameChange{lastPresented, std::move(*changed)};
                         delegate->streamDidOutputSampleBuffer(buffer, SampleOutputType::screen);

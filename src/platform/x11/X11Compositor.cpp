@@ -262,7 +262,7 @@ void X11Compositor::compose(const Canvas& canvas, bool desktop, const QColor& fi
 
 X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdmission& admission,
                                             const QColor& fill, bool showCursor, QImage* image,
-                                            std::optional<QRegion>* changedOut)
+                                            std::optional<QRegion>* changedOut, ServerFrame* server)
 {
     if (!m_pool || !m_pool->isValid())
         return Status::failed;
@@ -372,6 +372,8 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdm
         return Status::failed;
     }
     *image = m_pool->wrap(buffer);
+    // The desktop lies under everything in those forms.
+    *server = {m_pool->pixmap(buffer), m_pool->serial(), desktop};
     if (whole)
         changedOut->reset();
     else

@@ -17,6 +17,7 @@
 //
 // Worker thread only. `area` is in root coordinates (y-down, pixels).
 
+#include "platform/SampleBuffer.h"
 #include "platform/WindowAdmission.h"
 #include "platform/x11/X11Cursor.h"
 #include "platform/x11/X11RenderFormats.h"
@@ -74,7 +75,8 @@ public:
     // `changed`: where this frame differs from the previous one rendered
     // (output pixels); absent when it was built whole.
     Status render(X11WindowTree& tree, const WindowAdmission& admission, const QColor& fill,
-                  bool showCursor, QImage* image, std::optional<QRegion>* changed);
+                  bool showCursor, QImage* image, std::optional<QRegion>* changed,
+                  ServerFrame* server);
 
 private:
     // A pixmap and a picture on it.

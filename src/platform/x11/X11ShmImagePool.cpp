@@ -3,6 +3,7 @@
 #include "platform/x11/XcbPtr.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <sys/ipc.h>
@@ -78,6 +79,8 @@ constexpr double wholeReadShare = 0.5;
 // More rectangles than this are read as their bounding rectangle.
 constexpr int maxParts = 32;
 
+std::atomic<quint64> poolsMade{0};
+
 bool sharesPixmaps(xcb_connection_t* c)
 {
     auto [version, error] = xcbReply(xcb_shm_query_version_reply, c, xcb_shm_query_version(c));
@@ -89,7 +92,7 @@ bool sharesPixmaps(xcb_connection_t* c)
 
 X11ShmImagePool::X11ShmImagePool(xcb_connection_t* connection, QSize size, int count,
                                  xcb_window_t root)
-    : m_c(connection), m_size(size), m_state(std::make_shared<State>())
+    : m_c(connection), m_size(size), m_serial(++poolsMade), m_state(std::make_shared<State>())
 {
     const bool pixmaps = root != XCB_NONE && sharesPixmaps(m_c);
     const size_t bytes = size_t(size.width()) * size_t(size.height()) * 4;
@@ -190,6 +193,11 @@ QImage X11ShmImagePool::wrap(Buffer* buffer)
     // buffer never holds pixels the server did not send.
     return QImage(static_cast<const uchar*>(buffer->memory), m_size.width(), m_size.height(),
                   m_size.width() * 4, QImage::Format_ARGB32_Premultiplied, &returnBuffer, buffer);
+}
+
+xcb_pixmap_t X11ShmImagePool::pixmap(const Buffer* buffer) const
+{
+    return buffer->pixmap;
 }
 
 void X11ShmImagePool::changed(const QRegion& region)

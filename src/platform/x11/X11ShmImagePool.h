@@ -52,6 +52,10 @@ public:
     bool fill(Buffer* buffer, xcb_drawable_t source);
     // Wraps a filled buffer; the buffer stays out until the image is gone.
     QImage wrap(Buffer* buffer);
+    // The buffer as a pixmap (0 when the server does not share pixmaps),
+    // and this pool's number among all pools of the process.
+    xcb_pixmap_t pixmap(const Buffer* buffer) const;
+    quint64 serial() const { return m_serial; }
     // Gives back a buffer that was acquired but not wrapped.
     void release(Buffer* buffer);
 
@@ -64,6 +68,7 @@ private:
     xcb_connection_t* m_c;
     bool m_valid = false;
     QSize m_size;
+    quint64 m_serial;
     std::shared_ptr<State> m_state;
     // The server's side of the buffers lives here, let go of on this
     // thread: the buffers may outlive the pool (an image still wraps one)
