@@ -24,7 +24,7 @@ AppEnvironment::AppEnvironment(PlatformServices platform, const QString& dataRoo
     m_discoveryService = std::make_unique<ScreenShareDiscoveryService>(
         m_windowRegistry.get(), *m_platform.captureBackend, *m_platform.screens);
     m_filterBuilder = std::make_unique<CaptureFilterBuilder>(*m_platform.screens);
-    m_outputRenderer = std::make_unique<OutputRenderer>();
+    m_outputRenderer = std::make_unique<OutputRenderer>(m_platform.videoPlanes.get());
     m_captureEngine = std::make_unique<CaptureEngine>(*m_outputRenderer, *m_platform.captureBackend,
                                                       *m_platform.screens);
     m_cameraSessionManager = std::make_unique<CameraSessionManager>(*m_platform.camera);

@@ -13,6 +13,7 @@
 #include "platform/x11/X11Permission.h"
 #include "platform/x11/X11ScreenProvider.h"
 #include "platform/x11/X11UrlOpener.h"
+#include "platform/x11/X11VideoPlane.h"
 #include "platform/x11/X11WindowSystem.h"
 
 #include <QGuiApplication>
@@ -243,6 +244,9 @@ PlatformServices createPlatformServices(const PlatformChoice& choice)
     if (QGuiApplication::platformName() == u"xcb"_s) {
         services.windowSystem = std::make_unique<x11::X11WindowSystem>();
         services.panicShortcut = std::make_unique<x11::X11GlobalShortcut>();
+        // VISTREL_VIDEO_PLANE=0 has Qt paint the frames, to compare.
+        if (qEnvironmentVariable("VISTREL_VIDEO_PLANE") != u"0"_s)
+            services.videoPlanes = x11::X11VideoPlaneFactory::connect();
     } else {
         services.windowSystem = std::make_unique<SimWindowSystem>();
         services.panicShortcut =

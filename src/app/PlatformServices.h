@@ -20,6 +20,7 @@
 #include "platform/GlobalShortcut.h"
 #include "platform/ScreenCapturePermission.h"
 #include "platform/ScreenProvider.h"
+#include "platform/VideoPlane.h"
 #include "platform/WindowSystem.h"
 
 #include <QObject>
@@ -69,6 +70,8 @@ struct PlatformServices {
     // The panic key for the whole display when Qt runs on X11; a scripted
     // one (that works only inside Vistrel) otherwise.
     std::unique_ptr<GlobalShortcut> panicShortcut;
+    // Frames drawn on the display server when Qt runs on X11; else null.
+    std::unique_ptr<VideoPlaneFactory> videoPlanes;
 
     PlatformServices();
     ~PlatformServices();

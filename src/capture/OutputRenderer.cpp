@@ -8,7 +8,10 @@ namespace {
 Q_LOGGING_CATEGORY(lcRenderer, "quorbit.Vistrel.Renderer")
 } // namespace
 
-OutputRenderer::OutputRenderer(QObject* parent) : QObject(parent) {}
+OutputRenderer::OutputRenderer(VideoPlaneFactory* videoPlanes, QObject* parent)
+    : QObject(parent), m_videoPlanes(videoPlanes)
+{
+}
 
 OutputRenderer::~OutputRenderer() = default;
 

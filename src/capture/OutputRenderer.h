@@ -8,6 +8,7 @@
 
 #include "capture/DisplayLayer.h"
 #include "platform/SampleBuffer.h"
+#include "platform/VideoPlane.h"
 
 #include <QList>
 #include <QObject>
@@ -20,8 +21,12 @@ class OutputRenderer : public QObject {
     Q_PROPERTY(bool hasDisplayedFrame READ hasDisplayedFrame NOTIFY hasDisplayedFrameChanged)
 
 public:
-    explicit OutputRenderer(QObject* parent = nullptr);
+    // `videoPlanes`: how views draw frames on the display server, when the
+    // platform can (it must outlive the renderer); null: views paint them.
+    explicit OutputRenderer(VideoPlaneFactory* videoPlanes = nullptr, QObject* parent = nullptr);
     ~OutputRenderer() override;
+
+    VideoPlaneFactory* videoPlanes() const { return m_videoPlanes; }
 
     bool hasDisplayedFrame() const { return m_hasDisplayedFrame; }
 
@@ -53,6 +58,7 @@ private:
     void prune();
     void removeEntries(const DisplayLayer* layer);
 
+    VideoPlaneFactory* m_videoPlanes;
     bool m_hasDisplayedFrame = false;
     QList<WeakDisplayLayer> m_displayLayers;
 };

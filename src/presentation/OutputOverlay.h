@@ -35,6 +35,8 @@ public:
     enum class Style { window, compact };
 
     static constexpr int noticeSymbolSize = 38;
+    // How far the window style's frame reaches in from the edge.
+    static constexpr int frameWidth = 3;
 
     OutputOverlay(OutputViewModel& viewModel, Style style, QWidget* parent);
 

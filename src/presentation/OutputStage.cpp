@@ -47,6 +47,7 @@ OutputStage::OutputStage(OutputViewModel& viewModel, QWidget* parent)
     // frame is never shown.
     m_viewModel.renderer().addDisplayLayer(m_video->displayLayer());
     m_video->setVisible(false);
+    m_video->useVideoPlane(m_viewModel.renderer().videoPlanes());
 
     // The shadow follows the bubble's shape, since the preview is transparent
     // outside it.
@@ -121,6 +122,11 @@ QRectF OutputStage::fillRect(const QSizeF& imageSize, const QRectF& space)
 void OutputStage::paintEvent(QPaintEvent*)
 {
     QPainter painter(this);
+    paintCanvas(painter);
+}
+
+void OutputStage::paintCanvas(QPainter& painter)
+{
     painter.fillRect(rect(), m_viewModel.canvasBackgroundColor());
     const QImage image = m_viewModel.canvasBackgroundImage();
     if (image.isNull()) {
@@ -168,6 +174,44 @@ void OutputStage::layoutChildren()
         cameraBubbleRect(m_viewModel.canvasSize(), rect(), m_viewModel.cameraOverlay());
     m_cameraBubble->setGeometry(qRound(bubble.x()), qRound(bubble.y()), qRound(bubble.width()),
                                 qRound(bubble.width()));
+    syncPlane();
+}
+
+void OutputStage::setOverdrawn(const QRegion& region)
+{
+    m_hostOverdrawn = region;
+    syncPlane();
+}
+
+void OutputStage::syncPlane()
+{
+    if (!m_video->drawsOnPlane())
+        return;
+    QRegion over = m_hostOverdrawn;
+    if (m_cameraBubble->isVisibleTo(this)) {
+        // The bubble's shadow reaches past it.
+        constexpr int shadowReach = 12;
+        over += m_cameraBubble->geometry().adjusted(-shadowReach, -shadowReach, shadowReach,
+                                                    shadowReach);
+    }
+    const QRect video = m_video->geometry();
+    m_video->setOverdrawn(over.translated(-video.topLeft()) & QRect(QPoint(0, 0), video.size()));
+
+    const QRgb color = m_viewModel.canvasBackgroundColor().rgba();
+    const qint64 imageKey = m_viewModel.canvasBackgroundImage().cacheKey();
+    if (video.isEmpty() || (video == m_backdropRect && size() == m_backdropStageSize &&
+                            color == m_backdropColor && imageKey == m_backdropImageKey))
+        return;
+    m_backdropRect = video;
+    m_backdropStageSize = size();
+    m_backdropColor = color;
+    m_backdropImageKey = imageKey;
+    QImage backdrop(video.size(), QImage::Format_ARGB32_Premultiplied);
+    QPainter painter(&backdrop);
+    painter.translate(-video.topLeft());
+    paintCanvas(painter);
+    painter.end();
+    m_video->setBackdrop(backdrop);
 }
 
 } // namespace vistrel

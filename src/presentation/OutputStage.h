@@ -11,8 +11,11 @@
 
 #include <QPixmap>
 #include <QRectF>
+#include <QRegion>
 #include <QSizeF>
 #include <QWidget>
+
+class QPainter;
 
 namespace vistrel {
 
@@ -47,6 +50,10 @@ public:
     static QRectF cameraBubbleRect(const QSizeF& canvasSize, const QRectF& space,
                                    const CameraOverlayConfiguration& configuration);
 
+    // Where the host window draws over the stage (stage pixels): the video
+    // there is painted by Qt, so that it blends with what lies over it.
+    void setOverdrawn(const QRegion& region);
+
 Q_SIGNALS:
     // After the stage followed the view model (and repainted).
     void presentationSynced();
@@ -58,12 +65,21 @@ protected:
 private:
     void syncPresentation();
     void layoutChildren();
+    void paintCanvas(QPainter& painter);
+    // Tells a video plane what lies under and over the video.
+    void syncPlane();
 
     OutputViewModel& m_viewModel;
     VideoLayerWidget* m_video;
     CameraPreviewView* m_cameraBubble;
     QPixmap m_scaledCanvasImage;
     qint64 m_scaledCanvasImageKey = 0;
+    QRegion m_hostOverdrawn;
+    // What the plane was last given to draw under the video.
+    QRect m_backdropRect;
+    QSize m_backdropStageSize;
+    QRgb m_backdropColor = 0;
+    qint64 m_backdropImageKey = 0;
 };
 
 } // namespace vistrel

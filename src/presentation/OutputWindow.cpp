@@ -43,6 +43,8 @@ void OutputWindow::resizeEvent(QResizeEvent* event)
     QWidget::resizeEvent(event);
     m_stage->setGeometry(rect());
     m_overlay->setGeometry(rect());
+    const int frame = OutputOverlay::frameWidth;
+    m_stage->setOverdrawn(QRegion(rect()) - rect().adjusted(frame, frame, -frame, -frame));
 }
 
 } // namespace vistrel

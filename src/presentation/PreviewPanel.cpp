@@ -238,6 +238,8 @@ void PreviewPanel::layoutChildren()
     m_badge->raise();
     m_chipRow->raise();
     m_cameraButton->raise();
+    m_stage->setOverdrawn(QRegion(m_badge->geometry()) + m_cameraButton->geometry() +
+                          m_chipRow->geometry());
 }
 
 void PreviewPanel::mousePressEvent(QMouseEvent* event)

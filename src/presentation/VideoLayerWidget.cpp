@@ -1,5 +1,7 @@
 #include "presentation/VideoLayerWidget.h"
 
+#include "presentation/VideoPlaneView.h"
+
 #include <QPaintEvent>
 #include <QPainter>
 #include <QTimer>
@@ -27,6 +29,7 @@ public:
         const QRect before = m_view->pictureRect().toAlignedRect();
         const QSize previousSize = m_image.size();
         const qint64 previousFrame = m_presentedAt;
+        m_frame = buffer;
         m_image = buffer.image;
         m_presentedAt = buffer.presentationTimeNs;
         // Streams deliver premultiplied BGRA; anything else is converted once
@@ -55,7 +58,10 @@ public:
         if (m_image.isNull())
             return;
         const QRect before = m_view->pictureRect().toAlignedRect();
+        m_frame = SampleBuffer();
         m_image = QImage();
+        if (m_view->drawsOnPlane())
+            m_view->m_plane->plane().clear();
         m_view->update(before);
     }
 
@@ -65,6 +71,7 @@ public:
             return;
         m_gravity = gravity;
         m_view->update();
+        m_view->presentWhole();
     }
 
     void setBackgroundColor(const QColor& color) override
@@ -73,6 +80,7 @@ public:
             return;
         m_backgroundColor = color;
         m_view->update();
+        m_view->applyBackdrop();
     }
 
     void setOpaque(bool opaque) override
@@ -84,10 +92,12 @@ public:
         // the parent behind it first.
         m_view->setAttribute(Qt::WA_OpaquePaintEvent, opaque);
         m_view->update();
+        m_view->applyBackdrop();
     }
 
     VideoLayerWidget* m_view;
-    QImage m_image;
+    SampleBuffer m_frame;     // the frame shown, as the stream sent it
+    QImage m_image;           // its picture, in a format the painter draws fast
     qint64 m_presentedAt = 0; // the shown frame's presentation time; 0: none
     DisplayLayerStatus m_status = DisplayLayerStatus::unknown;
     VideoGravity m_gravity = VideoGravity::resizeAspect;
@@ -172,23 +182,76 @@ QRegion VideoLayerWidget::changedArea(const QRegion& imageRegion, QSize imageSiz
     return area;
 }
 
+void VideoLayerWidget::useVideoPlane(VideoPlaneFactory* planes)
+{
+    if (!planes || m_plane)
+        return;
+    std::unique_ptr<VideoPlane> plane = planes->createPlane();
+    if (!plane)
+        return;
+    m_plane = new VideoPlaneView(std::move(plane), this);
+    m_plane->setOverdrawn(m_overdrawn);
+    // Back to painting here, everywhere.
+    connect(m_plane, &VideoPlaneView::unusable, this, qOverload<>(&QWidget::update));
+}
+
+bool VideoLayerWidget::drawsOnPlane() const
+{
+    return m_plane && m_plane->isUsable();
+}
+
+void VideoLayerWidget::setBackdrop(const QImage& image)
+{
+    m_backdrop = image;
+    applyBackdrop();
+}
+
+void VideoLayerWidget::applyBackdrop()
+{
+    if (!m_plane)
+        return;
+    QColor background = m_layer->m_backgroundColor;
+    if (m_layer->m_opaque)
+        background.setAlpha(255);
+    QImage backdrop = m_backdrop;
+    // The layer's own fill lies over the parent's painting, as in paintEvent.
+    if (background.alpha() > 0) {
+        if (backdrop.isNull()) {
+            backdrop = QImage(size(), QImage::Format_ARGB32_Premultiplied);
+            backdrop.fill(Qt::black);
+        }
+        QPainter painter(&backdrop);
+        painter.fillRect(backdrop.rect(), background);
+    }
+    m_plane->plane().setBackdrop(backdrop, Qt::black);
+    m_plane->update();
+}
+
+void VideoLayerWidget::setOverdrawn(const QRegion& region)
+{
+    if (region == m_overdrawn)
+        return;
+    update(region.xored(m_overdrawn));
+    m_overdrawn = region;
+    if (m_plane)
+        m_plane->setOverdrawn(region);
+}
+
 void VideoLayerWidget::setMaximumFrameRate(int framesPerSecond)
 {
     m_minimumPaintInterval = framesPerSecond > 0 ? 1000 / framesPerSecond : 0;
     if (m_minimumPaintInterval > 0 && !m_pendingRepaint) {
         m_pendingRepaint = new QTimer(this);
         m_pendingRepaint->setSingleShot(true);
-        connect(m_pendingRepaint, &QTimer::timeout, this, [this] {
-            update(m_pendingArea);
-            m_pendingArea = QRegion();
-        });
+        connect(m_pendingRepaint, &QTimer::timeout, this,
+                [this] { showArea(std::exchange(m_pendingArea, QRegion())); });
     }
 }
 
 void VideoLayerWidget::requestRepaint(const QRegion& area)
 {
     if (m_minimumPaintInterval <= 0 || !m_sinceLastPaint.isValid()) {
-        update(area);
+        showArea(area);
         return;
     }
     m_pendingArea += area;
@@ -198,16 +261,47 @@ void VideoLayerWidget::requestRepaint(const QRegion& area)
     m_pendingRepaint->start(int(std::max<qint64>(wait, 0)));
 }
 
-void VideoLayerWidget::paintEvent(QPaintEvent* event)
+void VideoLayerWidget::showArea(const QRegion& area)
 {
     m_sinceLastPaint.start();
+    if (!drawsOnPlane()) {
+        update(area);
+        return;
+    }
+    if (!m_layer->m_image.isNull())
+        m_plane->plane().present(m_layer->m_frame, pictureRect(), area);
+    update(area & m_overdrawn);
+}
+
+void VideoLayerWidget::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    presentWhole();
+}
+
+void VideoLayerWidget::presentWhole()
+{
+    // The picture moved within the plane's window; without a new frame
+    // (nothing changes on screen) the plane would keep it where it was.
+    if (drawsOnPlane() && !m_layer->m_image.isNull())
+        m_plane->plane().present(m_layer->m_frame, pictureRect(), rect());
+}
+
+void VideoLayerWidget::paintEvent(QPaintEvent* event)
+{
+    QRegion region = event->region();
+    if (drawsOnPlane())
+        region &= m_overdrawn;
+    if (region.isEmpty())
+        return;
     QPainter painter(this);
+    painter.setClipRegion(region);
     QColor background = m_layer->m_backgroundColor;
     if (m_layer->m_opaque)
         background.setAlpha(255);
     // Painted over what the parent drew; the clear colour leaves it showing.
     if (background.alpha() > 0)
-        painter.fillRect(event->rect(), background);
+        painter.fillRect(region.boundingRect(), background);
 
     const QImage& image = m_layer->m_image;
     if (image.isNull())

@@ -10,14 +10,18 @@
 // and the renderer's weak reference to it goes null at the same moment.
 
 #include "capture/DisplayLayer.h"
+#include "platform/VideoPlane.h"
 
 #include <QElapsedTimer>
+#include <QPointer>
 #include <QRegion>
 #include <QWidget>
 
 class QTimer;
 
 namespace vistrel {
+
+class VideoPlaneView;
 
 class VideoLayerWidget : public QWidget {
     Q_OBJECT
@@ -37,16 +41,32 @@ public:
     // come faster wait for the next turn, and the newest of them is shown.
     void setMaximumFrameRate(int framesPerSecond);
 
+    // Draws the frames on the display server, in a native window over this
+    // widget, instead of painting them here. Call once the widget has its
+    // top-level window; without planes it does nothing.
+    void useVideoPlane(VideoPlaneFactory* planes);
+    bool drawsOnPlane() const;
+    // What lies under this widget (the parent's painting at its place), for
+    // the plane to draw under the frames.
+    void setBackdrop(const QImage& image);
+    // Where other widgets draw over this one: there the frames are painted
+    // here even with a plane, so that what lies over them blends with them.
+    void setOverdrawn(const QRegion& region);
+
     // The view pixels to redraw when `imageRegion` of a frame of `imageSize`
     // drawn smoothly scaled into `target` changed.
     static QRegion changedArea(const QRegion& imageRegion, QSize imageSize, const QRectF& target);
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     // Repaints `area` now or, under a frame-rate cap, at the next turn.
     void requestRepaint(const QRegion& area);
+    void showArea(const QRegion& area);
+    void applyBackdrop();
+    void presentWhole();
 
     class Layer;
     Layer* m_layer;
@@ -54,6 +74,9 @@ private:
     QElapsedTimer m_sinceLastPaint;
     QTimer* m_pendingRepaint = nullptr;
     QRegion m_pendingArea;
+    QPointer<VideoPlaneView> m_plane;
+    QRegion m_overdrawn;
+    QImage m_backdrop;
 };
 
 } // namespace vistrel
