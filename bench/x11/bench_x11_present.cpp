@@ -12,6 +12,7 @@
 
 #include "bench_measure.h"
 #include "platform/x11/X11RenderFormats.h"
+#include "platform/x11/X11RenderValues.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -25,13 +26,9 @@
 
 using namespace Qt::StringLiterals;
 using namespace vistrel::bench;
+using vistrel::x11::renderFixed;
 
 namespace {
-
-xcb_render_fixed_t fixed(double value)
-{
-    return xcb_render_fixed_t(value * 65536.0);
-}
 
 void sync(xcb_connection_t* c)
 {
@@ -56,7 +53,8 @@ double present(xcb_connection_t* c, const xcb_screen_t* screen,
 
     const double sx = double(frameSize.width()) / size.width();
     const double sy = double(frameSize.height()) / size.height();
-    const xcb_render_transform_t transform{fixed(sx), 0, 0, 0, fixed(sy), 0, 0, 0, fixed(1)};
+    const xcb_render_transform_t transform{renderFixed(sx), 0, 0, 0, renderFixed(sy), 0, 0, 0,
+                                           renderFixed(1)};
     xcb_render_set_picture_transform(c, frame, transform);
     static const char bilinear[] = "bilinear";
     xcb_render_set_picture_filter(c, frame, sizeof(bilinear) - 1, bilinear, 0, nullptr);

@@ -1,5 +1,6 @@
 #include "platform/x11/X11Compositor.h"
 
+#include "platform/x11/X11RenderValues.h"
 #include "platform/x11/XcbPtr.h"
 
 #include <QLoggingCategory>
@@ -13,23 +14,6 @@ Q_LOGGING_CATEGORY(lcX11Compositor, "quorbit.Vistrel.Capture")
 
 std::atomic<int> X11Compositor::s_verified{0};
 std::atomic<int> X11Compositor::s_verifyFailures{0};
-
-namespace {
-
-xcb_render_fixed_t fixed(double value)
-{
-    return xcb_render_fixed_t(value * 65536.0);
-}
-
-xcb_render_color_t renderColor(const QColor& colour)
-{
-    // Render colours are premultiplied, 16 bits per channel.
-    const double a = colour.alphaF();
-    return {quint16(colour.redF() * a * 0xffff), quint16(colour.greenF() * a * 0xffff),
-            quint16(colour.blueF() * a * 0xffff), quint16(a * 0xffff)};
-}
-
-} // namespace
 
 X11Compositor::X11Compositor(xcb_connection_t* connection, const xcb_screen_t* screen,
                              const X11RenderFormats& formats)
@@ -75,7 +59,8 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
         // Output pixel (u, v) samples canvas point (u * sx, v * sy).
         const double sx = double(area.width()) / output.width();
         const double sy = double(area.height()) / output.height();
-        const xcb_render_transform_t transform{fixed(sx), 0, 0, 0, fixed(sy), 0, 0, 0, fixed(1)};
+        const xcb_render_transform_t transform{renderFixed(sx), 0, 0, 0, renderFixed(sy), 0, 0, 0,
+                                               renderFixed(1)};
         xcb_render_set_picture_transform(m_c, m_canvas.picture.get(), transform);
         static const char bilinear[] = "bilinear";
         xcb_render_set_picture_filter(m_c, m_canvas.picture.get(), sizeof(bilinear) - 1, bilinear,

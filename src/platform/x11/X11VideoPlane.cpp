@@ -1,5 +1,7 @@
 #include "platform/x11/X11VideoPlane.h"
 
+#include "platform/x11/X11RenderValues.h"
+
 #include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QTimer>
@@ -34,18 +36,6 @@ struct X11VideoPlaneFactory::Shared {
 };
 
 namespace {
-
-xcb_render_fixed_t fixed(double value)
-{
-    return xcb_render_fixed_t(value * 65536.0);
-}
-
-xcb_render_color_t renderColor(const QColor& colour)
-{
-    const double a = colour.alphaF();
-    return {quint16(colour.redF() * a * 0xffff), quint16(colour.greenF() * a * 0xffff),
-            quint16(colour.blueF() * a * 0xffff), quint16(a * 0xffff)};
-}
 
 QList<xcb_rectangle_t> rectangles(const QRegion& region)
 {
@@ -325,9 +315,15 @@ void X11VideoPlane::compose(const QRegion& wanted)
         // Window point p samples frame point (p - target's corner) * scale.
         const double sx = frameSize.width() / m_target.width();
         const double sy = frameSize.height() / m_target.height();
-        const xcb_render_transform_t transform{fixed(sx), 0,         fixed(-m_target.x() * sx),
-                                               0,         fixed(sy), fixed(-m_target.y() * sy),
-                                               0,         0,         fixed(1)};
+        const xcb_render_transform_t transform{renderFixed(sx),
+                                               0,
+                                               renderFixed(-m_target.x() * sx),
+                                               0,
+                                               renderFixed(sy),
+                                               renderFixed(-m_target.y() * sy),
+                                               0,
+                                               0,
+                                               renderFixed(1)};
         xcb_render_set_picture_transform(m_c, m_source, transform);
     }
     // An opaque frame covers what lies under it: scaled straight onto the
