@@ -236,6 +236,7 @@ void X11CaptureWorker::run(Started started)
     qint64 lastFrameStart = 0;
     qint64 lastPresented = 0; // the frame the next partial one builds on
     qint64 lastCursorPoll = 0;
+    qint64 lastCursorMove = 0;
     xcb_flush(c);
 
     auto handle = [&](const xcb_generic_event_t* event) {
@@ -331,9 +332,18 @@ void X11CaptureWorker::run(Started started)
 
         const qint64 interval = intervalNs(session.configuration.minimumFrameInterval);
         qint64 now = monotonicNs();
-        if (session.configuration.showsCursor && now - lastCursorPoll >= interval) {
+        // The pointer is looked for at the display's rate while it moves,
+        // and ten times a second once it has been still for a second: a
+        // still pointer would otherwise cost a round trip every frame.
+        const qint64 cursorInterval = now - lastCursorMove >= 1'000'000'000
+                                          ? std::max<qint64>(interval, 100'000'000)
+                                          : interval;
+        if (session.configuration.showsCursor && now - lastCursorPoll >= cursorInterval) {
             lastCursorPoll = now;
-            dirty |= compositor.pollCursor();
+            if (compositor.pollCursor()) {
+                dirty = true;
+                lastCursorMove = now;
+            }
         }
 
         qint64 timeoutNs = -1;
@@ -388,7 +398,7 @@ void X11CaptureWorker::run(Started started)
         if (dirty && timeoutNs < 0)
             timeoutNs = std::max<qint64>(0, lastFrameStart + interval - now);
         if (session.configuration.showsCursor) {
-            const qint64 poll = std::max<qint64>(1'000'000, lastCursorPoll + interval - now);
+            const qint64 poll = std::max<qint64>(1'000'000, lastCursorPoll + cursorInterval - now);
             timeoutNs = timeoutNs < 0 ? poll : std::min(timeoutNs, poll);
         }
         xcb_flush(c);
