@@ -206,7 +206,10 @@ void OutputStage::syncPlane()
     m_backdropStageSize = size();
     m_backdropColor = color;
     m_backdropImageKey = imageKey;
-    QImage backdrop(video.size(), QImage::Format_ARGB32_Premultiplied);
+    // In the plane's device pixels.
+    const qreal ratio = m_video->devicePixelRatioF();
+    QImage backdrop(video.size() * ratio, QImage::Format_ARGB32_Premultiplied);
+    backdrop.setDevicePixelRatio(ratio);
     QPainter painter(&backdrop);
     painter.translate(-video.topLeft());
     paintCanvas(painter);

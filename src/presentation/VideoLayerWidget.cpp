@@ -61,7 +61,7 @@ public:
         m_frame = SampleBuffer();
         m_image = QImage();
         if (m_view->drawsOnPlane())
-            m_view->m_plane->plane().clear();
+            m_view->m_plane->clear();
         m_view->update(before);
     }
 
@@ -217,14 +217,14 @@ void VideoLayerWidget::applyBackdrop()
     // The layer's own fill lies over the parent's painting, as in paintEvent.
     if (background.alpha() > 0) {
         if (backdrop.isNull()) {
-            backdrop = QImage(size(), QImage::Format_ARGB32_Premultiplied);
+            backdrop = QImage(size() * devicePixelRatioF(), QImage::Format_ARGB32_Premultiplied);
+            backdrop.setDevicePixelRatio(devicePixelRatioF());
             backdrop.fill(Qt::black);
         }
         QPainter painter(&backdrop);
         painter.fillRect(backdrop.rect(), background);
     }
-    m_plane->plane().setBackdrop(backdrop, Qt::black);
-    m_plane->update();
+    m_plane->setBackdrop(backdrop);
 }
 
 void VideoLayerWidget::setOverdrawn(const QRegion& region)
@@ -269,7 +269,7 @@ void VideoLayerWidget::showArea(const QRegion& area)
         return;
     }
     if (!m_layer->m_image.isNull())
-        m_plane->plane().present(m_layer->m_frame, pictureRect(), area);
+        m_plane->present(m_layer->m_frame, pictureRect(), area);
     update(area & m_overdrawn);
 }
 
@@ -284,7 +284,7 @@ void VideoLayerWidget::presentWhole()
     // The picture moved within the plane's window; without a new frame
     // (nothing changes on screen) the plane would keep it where it was.
     if (drawsOnPlane() && !m_layer->m_image.isNull())
-        m_plane->plane().present(m_layer->m_frame, pictureRect(), rect());
+        m_plane->present(m_layer->m_frame, pictureRect(), rect());
 }
 
 void VideoLayerWidget::paintEvent(QPaintEvent* event)

@@ -47,7 +47,8 @@ public:
     void useVideoPlane(VideoPlaneFactory* planes);
     bool drawsOnPlane() const;
     // What lies under this widget (the parent's painting at its place), for
-    // the plane to draw under the frames.
+    // the plane to draw under the frames: an image of the widget's size in
+    // device pixels.
     void setBackdrop(const QImage& image);
     // Where other widgets draw over this one: there the frames are painted
     // here even with a plane, so that what lies over them blends with them.

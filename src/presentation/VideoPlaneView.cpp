@@ -28,6 +28,35 @@ VideoPlaneView::VideoPlaneView(std::unique_ptr<VideoPlane> plane, QWidget* video
 
 VideoPlaneView::~VideoPlaneView() = default;
 
+void VideoPlaneView::present(const SampleBuffer& frame, const QRectF& target, const QRegion& area)
+{
+    const qreal ratio = devicePixelRatioF();
+    m_plane->present(frame, QRectF(target.topLeft() * ratio, target.size() * ratio),
+                     toDevice(area));
+}
+
+void VideoPlaneView::clear()
+{
+    m_plane->clear();
+}
+
+void VideoPlaneView::setBackdrop(const QImage& image)
+{
+    m_plane->setBackdrop(image, Qt::black);
+    update();
+}
+
+QRegion VideoPlaneView::toDevice(const QRegion& region) const
+{
+    const qreal ratio = devicePixelRatioF();
+    if (ratio == 1)
+        return region;
+    QRegion device;
+    for (const QRect& r : region)
+        device += QRectF(QPointF(r.topLeft()) * ratio, QSizeF(r.size()) * ratio).toAlignedRect();
+    return device;
+}
+
 void VideoPlaneView::setOverdrawn(const QRegion& region)
 {
     if (region == m_overdrawn)
@@ -80,7 +109,8 @@ void VideoPlaneView::attach()
 {
     if (!m_usable || !testAttribute(Qt::WA_WState_Created) || size().isEmpty())
         return;
-    if (m_plane->setWindow(winId(), size()))
+    const qreal ratio = devicePixelRatioF();
+    if (m_plane->setWindow(winId(), QSize(qRound(width() * ratio), qRound(height() * ratio))))
         return;
     m_usable = false;
     hide();
@@ -97,7 +127,7 @@ void VideoPlaneView::paintEvent(QPaintEvent* event)
 {
     attach();
     if (m_usable)
-        m_plane->redraw(event->region());
+        m_plane->redraw(toDevice(event->region()));
 }
 
 } // namespace vistrel

@@ -9,7 +9,8 @@
 // along the edge) is cut out of this window's shape, so that Qt's own
 // painting, the video included, shows there instead.
 //
-// Coordinates: the video widget's, which this window covers exactly.
+// Coordinates: the video widget's, which this window covers exactly, in
+// device-independent pixels (Qt may scale them for a high-density screen).
 // Threading: main thread only.
 
 #include "platform/VideoPlane.h"
@@ -29,7 +30,12 @@ public:
     VideoPlaneView(std::unique_ptr<VideoPlane> plane, QWidget* video);
     ~VideoPlaneView() override;
 
-    VideoPlane& plane() const { return *m_plane; }
+    // The plane's operations in this widget's coordinates; the plane itself
+    // works in the window's device pixels.
+    void present(const SampleBuffer& frame, const QRectF& target, const QRegion& area);
+    void clear();
+    // An image of this widget's size in device pixels.
+    void setBackdrop(const QImage& image);
     // False once the plane could not draw into the window; the view then
     // stays hidden, and the video widget paints the frames itself.
     bool isUsable() const { return m_usable; }
@@ -50,6 +56,7 @@ protected:
 private:
     void follow();
     void attach();
+    QRegion toDevice(const QRegion& region) const;
 
     std::unique_ptr<VideoPlane> m_plane;
     QPointer<QWidget> m_video;
