@@ -62,10 +62,15 @@ void VideoPlaneView::setOverdrawn(const QRegion& region)
     if (region == m_overdrawn)
         return;
     m_overdrawn = region;
-    if (!m_overdrawn.isEmpty())
-        setMask(QRegion(rect()) - m_overdrawn);
-    else
+    applyMask();
+}
+
+void VideoPlaneView::applyMask()
+{
+    if (m_overdrawn.isEmpty())
         clearMask();
+    else
+        setMask(QRegion(rect()) - m_overdrawn);
 }
 
 bool VideoPlaneView::event(QEvent* event)
@@ -101,8 +106,7 @@ void VideoPlaneView::follow()
         return;
     setGeometry(QRect(m_video->mapTo(window(), QPoint(0, 0)), m_video->size()));
     setVisible(m_usable && m_video->isVisibleTo(window()));
-    if (m_usable && !m_overdrawn.isEmpty())
-        setMask(QRegion(rect()) - m_overdrawn);
+    applyMask();
 }
 
 void VideoPlaneView::attach()

@@ -56,6 +56,8 @@ protected:
 private:
     void follow();
     void attach();
+    // The window's shape: all of it but the overdrawn parts.
+    void applyMask();
     QRegion toDevice(const QRegion& region) const;
 
     std::unique_ptr<VideoPlane> m_plane;

@@ -1,9 +1,13 @@
 #pragma once
 
-// Values as Render takes them.
+// Values as the server takes them: Render's fixed point and colours, and
+// rectangle lists (clips, fills).
 
 #include <QColor>
+#include <QList>
+#include <QRegion>
 #include <xcb/render.h>
+#include <xcb/xcb.h>
 
 namespace vistrel::x11 {
 
@@ -19,6 +23,15 @@ inline xcb_render_color_t renderColor(const QColor& colour)
     const double a = colour.alphaF();
     return {quint16(colour.redF() * a * 0xffff), quint16(colour.greenF() * a * 0xffff),
             quint16(colour.blueF() * a * 0xffff), quint16(a * 0xffff)};
+}
+
+inline QList<xcb_rectangle_t> xcbRectangles(const QRegion& region)
+{
+    QList<xcb_rectangle_t> rects;
+    rects.reserve(region.rectCount());
+    for (const QRect& r : region)
+        rects.append({qint16(r.x()), qint16(r.y()), quint16(r.width()), quint16(r.height())});
+    return rects;
 }
 
 } // namespace vistrel::x11

@@ -1,5 +1,6 @@
 #include "platform/x11/X11ShmImagePool.h"
 
+#include "platform/x11/X11RenderValues.h"
 #include "platform/x11/XcbPtr.h"
 
 #include <algorithm>
@@ -238,9 +239,7 @@ bool X11ShmImagePool::fill(Buffer* buffer, xcb_drawable_t source)
 
 bool X11ShmImagePool::copyInto(Buffer* buffer, xcb_drawable_t source, const QRegion& region)
 {
-    QList<xcb_rectangle_t> rects;
-    for (const QRect& r : region)
-        rects.append({qint16(r.x()), qint16(r.y()), quint16(r.width()), quint16(r.height())});
+    const QList<xcb_rectangle_t> rects = xcbRectangles(region);
     xcb_set_clip_rectangles(m_c, XCB_CLIP_ORDERING_UNSORTED, m_copyGc.get(), 0, 0,
                             quint32(rects.size()), rects.constData());
     // Checked: the buffer is handed out only once the server has written it.

@@ -37,14 +37,6 @@ struct X11VideoPlaneFactory::Shared {
 
 namespace {
 
-QList<xcb_rectangle_t> rectangles(const QRegion& region)
-{
-    QList<xcb_rectangle_t> rects;
-    for (const QRect& r : region)
-        rects.append({qint16(r.x()), qint16(r.y()), quint16(r.width()), quint16(r.height())});
-    return rects;
-}
-
 // Smooth scaling, and edge pixels repeated outward, so that the picture's
 // own edge does not fade into what lies under it.
 void setFilter(xcb_connection_t* c, xcb_render_picture_t picture)
@@ -340,7 +332,7 @@ void X11VideoPlane::compose(const QRegion& wanted)
 void X11VideoPlane::draw(quint8 op, xcb_render_picture_t source, xcb_render_picture_t target,
                          const QRegion& region)
 {
-    const QList<xcb_rectangle_t> rects = rectangles(region);
+    const QList<xcb_rectangle_t> rects = xcbRectangles(region);
     const QRect box = region.boundingRect();
     xcb_render_set_picture_clip_rectangles(m_c, target, 0, 0, quint32(rects.size()),
                                            rects.constData());
@@ -355,7 +347,7 @@ void X11VideoPlane::composeLayered(const QRegion& area, const QRegion& framed)
     if (m_backdrop) {
         draw(XCB_RENDER_PICT_OP_SRC, m_backdrop.get(), m_back.get(), area);
     } else {
-        const QList<xcb_rectangle_t> rects = rectangles(area);
+        const QList<xcb_rectangle_t> rects = xcbRectangles(area);
         xcb_render_set_picture_clip_rectangles(m_c, m_back.get(), 0, 0, 0, nullptr);
         xcb_render_fill_rectangles(m_c, XCB_RENDER_PICT_OP_SRC, m_back.get(),
                                    renderColor(m_backdropColor), quint32(rects.size()),
