@@ -272,11 +272,17 @@ QRectF CaptureFilterBuilder::usableDisplayRect(const ShareableDisplay& display) 
     for (const ScreenInfo& screen : screens) {
         if (screen.displayID != display.id)
             continue;
+        // Screen units to the display's, whole pixels so the crop stays sharp.
         const QRectF& frame = screen.frame;
         const QRectF& visible = screen.visibleFrame;
-        return QRectF(std::max(0.0, visible.left() - frame.left()),
-                      std::max(0.0, visible.top() - frame.top()), visible.width(),
-                      visible.height());
+        const auto local = [&screen](double value, double origin) {
+            return std::round((value - origin) * screen.displayScale);
+        };
+        const double left = local(visible.left(), frame.left());
+        const double top = local(visible.top(), frame.top());
+        return QRectF(left, top, local(visible.right(), frame.left()) - left,
+                      local(visible.bottom(), frame.top()) - top)
+            .intersected(wholeDisplay(display));
     }
     return wholeDisplay(display);
 }

@@ -18,6 +18,10 @@ struct ScreenInfo {
     QRectF frame;
     QRectF visibleFrame; // frame minus panels and docks
     int maximumFramesPerSecond = 60;
+    // Units of the shareable display's frame per unit of these frames. On X11
+    // the display is measured in the server's pixels and the screen in Qt's,
+    // which differ under a Qt scale factor.
+    double displayScale = 1.0;
 
     friend bool operator==(const ScreenInfo&, const ScreenInfo&) = default;
 };

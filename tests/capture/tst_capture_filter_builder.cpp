@@ -376,9 +376,10 @@ private Q_SLOTS:
         QTest::addColumn<ScreenInfo>("screen");
         QTest::addColumn<QRectF>("expected");
         const auto row = [](const char* name, std::optional<quint32> id, const QRectF& visible,
-                            const QRectF& expected) {
-            QTest::newRow(name) << ScreenInfo{id, u"x"_s, QRectF(1440, 100, 1000, 800), visible}
-                                << expected;
+                            const QRectF& expected, double scale = 1, double width = 1000) {
+            ScreenInfo screen{id, u"x"_s, QRectF(1440, 100, width, width * 0.8), visible};
+            screen.displayScale = scale;
+            QTest::newRow(name) << screen << expected;
         };
         row("panel on top and dock on the left", 7, QRectF(1510, 125, 930, 775),
             QRectF(70, 25, 930, 775));
@@ -386,6 +387,11 @@ private Q_SLOTS:
         row("screen without id is skipped", {}, QRectF(1440, 150, 1000, 750),
             QRectF(0, 0, 1000, 800));
         row("other screen only", 8, QRectF(1440, 150, 1000, 750), QRectF(0, 0, 1000, 800));
+        // Qt scales the screen's size about its origin; the display keeps pixels.
+        row("screen measured at half the display's scale", 7, QRectF(1475, 112, 465, 388),
+            QRectF(70, 24, 930, 776), 2, 500);
+        row("fractional scale rounds to whole pixels", 7, QRectF(1440, 121, 666.67, 512),
+            QRectF(0, 32, 1000, 768), 1.5, 666.67);
     }
 
     void usableDisplayRectIsTopLeftAndLocal()

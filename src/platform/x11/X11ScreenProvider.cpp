@@ -55,6 +55,7 @@ QList<ScreenInfo> X11ScreenProvider::screens() const
         ScreenInfo info;
         info.frame = QRectF(screen->geometry());
         info.visibleFrame = QRectF(screen->availableGeometry());
+        info.displayScale = screen->devicePixelRatio();
         if (const int rate = qRound(screen->refreshRate()); rate > 0)
             info.maximumFramesPerSecond = rate;
         // The monitor's product name when it has one, else the output name.
