@@ -17,6 +17,7 @@
 #include <QFile>
 #include <QPoint>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QRect>
 #include <QTemporaryDir>
 #include <algorithm>
@@ -62,7 +63,8 @@ QString xdotool(const QStringList& arguments, const QString& display)
 }
 
 std::unique_ptr<QProcess> startClient(const Options& o, const QString& className, QRect frame,
-                                      int animateFps, const QString& colour)
+                                      int animateFps, const QString& colour,
+                                      xcb_window_t* window = nullptr)
 {
     auto client = std::make_unique<QProcess>();
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -74,7 +76,9 @@ std::unique_ptr<QProcess> startClient(const Options& o, const QString& className
          u"%1x%2+%3+%4"_s.arg(frame.width()).arg(frame.height()).arg(frame.x()).arg(frame.y()),
          u"--animate"_s, QString::number(animateFps)});
     client->waitForReadyRead(5000);
-    client->readAll();
+    const QByteArray ready = client->readAll(); // "ready <window>"
+    if (window)
+        *window = ready.trimmed().split(' ').value(1).toUInt();
     return client;
 }
 
@@ -155,6 +159,41 @@ bool near(quint32 a, quint32 b)
             return false;
     }
     return true;
+}
+
+struct Latency {
+    double p50 = -1, p95 = -1;
+};
+
+// Colour changes of the probe, from the write to its stdin to the first
+// repaint of `damage`'s window after which `at` shows the new colour.
+Latency changeLatency(DamageCounter& damage, QPoint at, QProcess& probe, int changes,
+                      const QString& name)
+{
+    QList<double> latencies;
+    for (int i = 0; i < changes; ++i) {
+        const quint32 colour = i % 2 ? 0x2060c0 : 0xc06020;
+        probe.write(u"color %1\n"_s.arg(uint(colour), 6, 16, QChar(u'0')).toUtf8());
+        probe.waitForBytesWritten(1000);
+        const qint64 sent = nowNs();
+        while (nowNs() - sent < 500'000'000) {
+            if (damage.wait(2) > 0 && near(damage.pixel(at), colour)) {
+                latencies << (nowNs() - sent) / 1e6;
+                break;
+            }
+        }
+        // A fixed pause would lock the changes to one phase of the output's
+        // frame rate (right after a frame starts, the worst one).
+        settle(30 + int(QRandomGenerator::global()->bounded(17)));
+    }
+    std::sort(latencies.begin(), latencies.end());
+    if (latencies.size() != changes) {
+        std::fprintf(stderr, "%s: %lld of %d changes reached the window (%06x at %d,%d)\n",
+                     qPrintable(name), qint64(latencies.size()), changes, damage.pixel(at), at.x(),
+                     at.y());
+        return {};
+    }
+    return {latencies.at(latencies.size() / 2), latencies.at(int(latencies.size() * 0.95))};
 }
 
 struct AppRun {
@@ -245,29 +284,9 @@ AppRun measureApp(const Options& o, const Form& form, QSize screen, QProcess& pr
     const QPoint offset((outputSize.width() - screen.width() * scale) / 2,
                         (outputSize.height() - screen.height() * scale) / 2);
     const QPoint at = offset + (QPointF(probeFrame.center()) * scale).toPoint();
-    QList<double> latencies;
-    for (int i = 0; i < o.changes; ++i) {
-        const quint32 colour = i % 2 ? 0x2060c0 : 0xc06020;
-        probe.write(u"color %1\n"_s.arg(uint(colour), 6, 16, QChar(u'0')).toUtf8());
-        probe.waitForBytesWritten(1000);
-        const qint64 sent = nowNs();
-        while (nowNs() - sent < 500'000'000) {
-            if (damage.wait(2) > 0 && near(damage.pixel(at), colour)) {
-                latencies << (nowNs() - sent) / 1e6;
-                break;
-            }
-        }
-        settle(30);
-    }
-    std::sort(latencies.begin(), latencies.end());
-    if (latencies.size() == o.changes) {
-        result.p50 = latencies.at(latencies.size() / 2);
-        result.p95 = latencies.at(int(latencies.size() * 0.95));
-    } else {
-        std::fprintf(stderr, "%s: %lld of %d changes reached the output (%06x at %d,%d)\n",
-                     qPrintable(form.name), qint64(latencies.size()), o.changes, damage.pixel(at),
-                     at.x(), at.y());
-    }
+    const Latency latency = changeLatency(damage, at, probe, o.changes, form.name);
+    result.p50 = latency.p50;
+    result.p95 = latency.p95;
     app.terminate();
     if (!app.waitForFinished(10000))
         app.kill();
@@ -310,8 +329,20 @@ int main(int argc, char** argv)
     auto first = startClient(o, u"BenchAnim"_s, {100, 100, 600, 400}, o.fps, u"ff0000"_s);
     auto second = startClient(o, u"BenchAnim"_s, {800, 450, 600, 400}, o.fps, u"00ff00"_s);
     auto still = startClient(o, u"BenchStill"_s, {1500, 500, 300, 300}, 0, u"808080"_s);
-    auto probe = startClient(o, u"BenchAnim"_s, probeFrame, 0, u"c06020"_s);
+    xcb_window_t probeWindow = 0;
+    auto probe = startClient(o, u"BenchAnim"_s, probeFrame, 0, u"c06020"_s, &probeWindow);
     settle(1000);
+    // The floor of every change-to-pixels figure: the probe's own window,
+    // while the clients animate and nothing captures.
+    Latency own;
+    {
+        const std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> connection(
+            xcb_connect(o.display.toUtf8().constData(), nullptr), &xcb_disconnect);
+        DamageCounter damage(connection.get(), probeWindow);
+        damage.wait(0);
+        own = changeLatency(damage, QRect(QPoint(), probeFrame.size()).center(), *probe, o.changes,
+                            u"probe window"_s);
+    }
 
     // What the animating clients cost the X server with nothing capturing.
     const double idle0 = processCpuMs(o.serverPid);
@@ -334,6 +365,8 @@ int main(int argc, char** argv)
     const double grabPerFrame = grabPerSecond * grab.seconds / std::max(grab.frames, 1);
     std::printf("#### %dx%d, %d fps (X server cost of the clients alone: %.1f ms/s)\n\n",
                 screen.width(), screen.height(), o.fps, clientsPerSecond);
+    std::printf("The probe's own window shows a change in %.1f / %.1f ms (p50 / p95).\n\n", own.p50,
+                own.p95);
     std::printf("Output window %dx%d.\n\n", runs.value(0).outputSize.width(),
                 runs.value(0).outputSize.height());
     std::printf("| Run | output fps | app ms/s | X server ms/s | total ms/s | total ms/frame | "
