@@ -32,6 +32,7 @@ X11Compositor::~X11Compositor() = default;
 
 void X11Compositor::releaseTargets()
 {
+    m_bufferPictures.clear();
     m_pool.reset();
     for (Target* target :
          {&m_canvas, &m_scaled, &m_background, &m_verifyCanvas, &m_verifyBackground})
@@ -50,7 +51,12 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
     const auto w = quint16(area.width());
     const auto h = quint16(area.height());
 
-    if (!(m_canvas = createTarget(32, w, h)))
+    m_pool = std::make_unique<X11ShmImagePool>(m_c, output, queueDepth, m_screen->root);
+    if (!m_pool->isValid())
+        return false;
+    // A frame of the area's size is composed straight into its buffer when
+    // the buffers are pixmaps: no canvas, and no copy out of one.
+    if ((output != area.size() || !m_pool->hasPixmaps()) && !(m_canvas = createTarget(32, w, h)))
         return false;
 
     if (output != area.size()) {
@@ -79,9 +85,16 @@ bool X11Compositor::configure(const QRect& area, QSize output, int queueDepth, X
     // assumed to have the colour of its visible part.
     const xcb_rectangle_t all{0, 0, w, h};
     xcb_poly_fill_rectangle(m_c, m_background.pixmap.get(), m_backgroundGc.get(), 1, &all);
+    return true;
+}
 
-    m_pool = std::make_unique<X11ShmImagePool>(m_c, output, queueDepth, m_screen->root);
-    return m_pool->isValid();
+xcb_render_picture_t X11Compositor::bufferPicture(xcb_pixmap_t pixmap)
+{
+    for (const auto& [known, picture] : m_bufferPictures)
+        if (known == pixmap)
+            return picture.get();
+    m_bufferPictures.emplace_back(pixmap, createPicture(m_c, pixmap, m_formats.argb32));
+    return m_bufferPictures.back().second.get();
 }
 
 X11Compositor::Target X11Compositor::createTarget(quint8 depth, quint16 width, quint16 height)
@@ -314,12 +327,8 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdm
         addRect(cursorNow);
     }
 
-    const Canvas canvas{m_canvas.picture.get(), m_background.pixmap.get(),
-                        m_background.picture.get()};
     QRegion changed;
-    if (whole) {
-        compose(canvas, desktop, fill, windows, showCursor, XCB_NONE);
-    } else {
+    if (!whole) {
         auto [region, error] = xcbReply(xcb_xfixes_fetch_region_reply, m_c,
                                         xcb_xfixes_fetch_region(m_c, changedRegion));
         if (!region) {
@@ -332,30 +341,55 @@ X11Compositor::Status X11Compositor::render(X11WindowTree& tree, const WindowAdm
         for (int i = 0; i < count; ++i)
             changed += QRect(rects[i].x, rects[i].y, rects[i].width, rects[i].height);
         changed &= QRect(QPoint(0, 0), m_area.size());
-        if (!changed.isEmpty())
+    }
+    if (whole)
+        m_pool->changedEverywhere();
+    else
+        m_pool->changed(changed);
+
+    if (m_canvas) {
+        const Canvas canvas{m_canvas.picture.get(), m_background.pixmap.get(),
+                            m_background.picture.get()};
+        if (whole)
+            compose(canvas, desktop, fill, windows, showCursor, XCB_NONE);
+        else if (!changed.isEmpty())
             compose(canvas, desktop, fill, windows, showCursor, changedRegion);
+        xcb_drawable_t source = m_canvas.pixmap.get();
+        if (m_scaled) {
+            xcb_render_composite(m_c, XCB_RENDER_PICT_OP_SRC, m_canvas.picture.get(), XCB_NONE,
+                                 m_scaled.picture.get(), 0, 0, 0, 0, 0, 0,
+                                 quint16(m_output.width()), quint16(m_output.height()));
+            source = m_scaled.pixmap.get();
+        }
+        if (!m_pool->fill(buffer, source)) {
+            m_pool->release(buffer);
+            m_wholeNext = true;
+            return Status::failed;
+        }
+    } else {
+        // The buffer still holds the frame it was last filled with: what
+        // changed since then, this frame's change among it, is drawn anew.
+        const Canvas canvas{bufferPicture(m_pool->pixmap(buffer)), m_background.pixmap.get(),
+                            m_background.picture.get()};
+        const QRegion stale = m_pool->stale(buffer);
+        if (stale == QRegion(QRect(QPoint(0, 0), m_area.size()))) {
+            compose(canvas, desktop, fill, windows, showCursor, XCB_NONE);
+        } else if (!stale.isEmpty()) {
+            const QList<xcb_rectangle_t> rects = xcbRectangles(stale);
+            xcb_xfixes_set_region(m_c, scratch, quint32(rects.size()), rects.constData());
+            compose(canvas, desktop, fill, windows, showCursor, scratch);
+        }
+        // The planes read the buffer on connections of their own: its
+        // pixels are drawn before anyone learns of it.
+        XcbReply<xcb_get_input_focus_reply_t>(
+            xcb_get_input_focus_reply(m_c, xcb_get_input_focus(m_c), nullptr));
+        m_pool->markFilled(buffer);
     }
     m_drawnCursor = cursorNow;
     m_lastDesktop = desktop;
     m_lastFill = fill.rgba();
     m_wholeNext = false;
 
-    xcb_drawable_t source = m_canvas.pixmap.get();
-    if (m_scaled) {
-        xcb_render_composite(m_c, XCB_RENDER_PICT_OP_SRC, m_canvas.picture.get(), XCB_NONE,
-                             m_scaled.picture.get(), 0, 0, 0, 0, 0, 0, quint16(m_output.width()),
-                             quint16(m_output.height()));
-        source = m_scaled.pixmap.get();
-    }
-    if (whole)
-        m_pool->changedEverywhere();
-    else
-        m_pool->changed(changed);
-    if (!m_pool->fill(buffer, source)) {
-        m_pool->release(buffer);
-        m_wholeNext = true;
-        return Status::failed;
-    }
     *image = m_pool->wrap(buffer);
     // The desktop lies under everything in those forms.
     *server = {m_pool->pixmap(buffer), m_pool->serial(), desktop};

@@ -33,6 +33,8 @@
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <utility>
+#include <vector>
 #include <xcb/damage.h>
 #include <xcb/render.h>
 #include <xcb/xcb.h>
@@ -98,6 +100,8 @@ private:
     // `limit` (canvas coordinates) unless it is XCB_NONE.
     void compose(const Canvas& canvas, bool desktop, const QColor& fill,
                  const QList<const TopLevel*>& windows, bool cursor, xcb_xfixes_region_t limit);
+    // A picture on a pool buffer's pixmap, made once per buffer.
+    xcb_render_picture_t bufferPicture(xcb_pixmap_t pixmap);
     QRect cursorRect() const; // canvas coordinates
     void addRect(const QRect& rect);
     bool sampleBackgroundColour(X11WindowTree& tree, quint32* pixel);
@@ -112,6 +116,8 @@ private:
 
     QRect m_area;
     QSize m_output;
+    // Composed into, then copied to the buffers: when the output is scaled
+    // or the buffers are not pixmaps. Otherwise frames are composed in them.
     Target m_canvas;
     Target m_scaled; // when the output size differs from the area's
     // The desktop's own pixels where no window covers them, kept from frame
@@ -119,6 +125,7 @@ private:
     Target m_background;
     XcbGc m_backgroundGc;
     std::unique_ptr<X11ShmImagePool> m_pool;
+    std::vector<std::pair<xcb_pixmap_t, XcbPicture>> m_bufferPictures;
 
     // What the canvas holds, so that the next frame can be partial.
     bool m_wholeNext = true;

@@ -3,6 +3,7 @@
 #include "platform/x11/X11RenderValues.h"
 #include "platform/x11/XcbPtr.h"
 
+#include <QByteArray>
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -95,7 +96,10 @@ X11ShmImagePool::X11ShmImagePool(xcb_connection_t* connection, QSize size, int c
                                  xcb_window_t root)
     : m_c(connection), m_size(size), m_serial(++poolsMade), m_state(std::make_shared<State>())
 {
-    const bool pixmaps = root != XCB_NONE && sharesPixmaps(m_c);
+    // VISTREL_X11_SHARED_PIXMAPS=0 reads frames back instead, for a server
+    // whose shared pixmaps misbehave.
+    const bool pixmaps =
+        root != XCB_NONE && qgetenv("VISTREL_X11_SHARED_PIXMAPS") != "0" && sharesPixmaps(m_c);
     const size_t bytes = size_t(size.width()) * size_t(size.height()) * 4;
     m_state->buffers.resize(size_t(std::max(count, 1)));
     for (Buffer& b : m_state->buffers) {
@@ -235,6 +239,16 @@ bool X11ShmImagePool::fill(Buffer* buffer, xcb_drawable_t source)
                         : readParts(buffer, source, region);
     buffer->stale = ok ? QRegion() : QRegion(bounds);
     return ok;
+}
+
+QRegion X11ShmImagePool::stale(const Buffer* buffer) const
+{
+    return buffer->stale & QRect(QPoint(0, 0), m_size);
+}
+
+void X11ShmImagePool::markFilled(Buffer* buffer)
+{
+    buffer->stale = QRegion();
 }
 
 bool X11ShmImagePool::copyInto(Buffer* buffer, xcb_drawable_t source, const QRegion& region)

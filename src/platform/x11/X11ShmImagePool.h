@@ -50,11 +50,16 @@ public:
     // Reads into the buffer what changed since it was last filled. False
     // when the server refused a read (the buffer then counts as unfilled).
     bool fill(Buffer* buffer, xcb_drawable_t source);
+    // For a writer that draws into the buffer's pixmap itself: what it has
+    // to draw, and that it has.
+    QRegion stale(const Buffer* buffer) const;
+    void markFilled(Buffer* buffer);
     // Wraps a filled buffer; the buffer stays out until the image is gone.
     QImage wrap(Buffer* buffer);
     // The buffer as a pixmap (0 when the server does not share pixmaps),
     // and this pool's number among all pools of the process.
     xcb_pixmap_t pixmap(const Buffer* buffer) const;
+    bool hasPixmaps() const { return !m_pixmaps.empty(); }
     quint64 serial() const { return m_serial; }
     // Gives back a buffer that was acquired but not wrapped.
     void release(Buffer* buffer);

@@ -11,6 +11,7 @@
 
 #include <QElapsedTimer>
 #include <QRandomGenerator>
+#include <QScopeGuard>
 #include <QTest>
 #include <QThread>
 #include <deque>
@@ -127,16 +128,19 @@ private Q_SLOTS:
         QTest::addColumn<int>("form");
         QTest::addColumn<QRectF>("source");
         QTest::addColumn<bool>("cursor");
+        QTest::addColumn<bool>("sharedPixmaps"); // else one canvas, read back in parts
 
         const int allow = int(ContentFilterForm::displayIncludingApplications);
         const int block = int(ContentFilterForm::displayExcludingApplications);
         const int minusWindows = int(ContentFilterForm::displayExcludingWindows);
-        QTest::newRow("allow list") << allow << QRectF() << true;
-        QTest::newRow("block list") << block << QRectF() << true;
-        QTest::newRow("display minus windows") << minusWindows << QRectF() << true;
-        QTest::newRow("allow list, source rect") << allow << QRectF(150, 90, 900, 560) << true;
-        QTest::newRow("block list, source rect") << block << QRectF(150, 90, 900, 560) << true;
-        QTest::newRow("block list, no cursor") << block << QRectF() << false;
+        const QRectF part(150, 90, 900, 560);
+        QTest::newRow("allow list") << allow << QRectF() << true << true;
+        QTest::newRow("block list") << block << QRectF() << true << true;
+        QTest::newRow("display minus windows") << minusWindows << QRectF() << true << true;
+        QTest::newRow("allow list, source rect") << allow << part << true << true;
+        QTest::newRow("block list, source rect") << block << part << true << true;
+        QTest::newRow("block list, no cursor") << block << QRectF() << false << true;
+        QTest::newRow("allow list, no shared pixmaps") << allow << QRectF() << true << false;
     }
 
     void partialFramesEqualWholeRebuild()
@@ -144,6 +148,9 @@ private Q_SLOTS:
         QFETCH(int, form);
         QFETCH(QRectF, source);
         QFETCH(bool, cursor);
+        QFETCH(bool, sharedPixmaps);
+        qputenv("VISTREL_X11_SHARED_PIXMAPS", sharedPixmaps ? "1" : "0");
+        const auto restore = qScopeGuard([] { qunsetenv("VISTREL_X11_SHARED_PIXMAPS"); });
 
         ContentFilter filter;
         filter.form = ContentFilterForm(form);
