@@ -67,11 +67,18 @@ void X11WindowSystem::setStateHints(quint32 window, const WindowStateHints& hint
 {
     if (!isUsable() || window == XCB_WINDOW_NONE)
         return;
-    if (isMapped(window))
+    xcb_connection_t* c = m_connection.get();
+    if (isMapped(window)) {
         sendStateMessages(window, hints);
-    else
-        writeStateProperty(window, hints);
-    xcb_flush(m_connection.get());
+        xcb_flush(c);
+        return;
+    }
+    writeStateProperty(window, hints);
+    // Qt reads the property back and rewrites it on its own connection as it
+    // maps the window: ours must be on the server before that read, or the
+    // rewrite drops it and the window manager never sees it.
+    XcbReply<xcb_get_input_focus_reply_t>(
+        xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
 }
 
 void X11WindowSystem::writeStateProperty(xcb_window_t window, const WindowStateHints& hints)
