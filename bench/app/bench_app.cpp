@@ -353,7 +353,7 @@ int main(int argc, char** argv)
     const QList<Form> forms{
         {u"allow list (2 animating windows + 1 still)"_s, u"allowList"_s, u"sanitized"_s},
         {u"block list: sanitized desktop minus 1 window"_s, u"blockList"_s, u"sanitized"_s},
-        {u"block list: full desktop minus 1 window"_s, u"blockList"_s, u"fullDesktop"_s},
+        {u"full desktop (only Vistrel's own windows out)"_s, u"blockList"_s, u"fullDesktop"_s},
     };
     QList<AppRun> runs;
     for (const Form& form : forms)
